@@ -1,0 +1,105 @@
+// Kernel-node streams: DeviceStream opens its node lazily with open(2), keeps the fd for the
+// object's life and closes it in the destructor; every failure is logged with the device
+// path and the system error text. One open, one read or write and one close per object: no
+// buffering. There is no seek, so a second read continues where the first ended; callers
+// make a fresh reader for every sample.
+//
+// Ownership: each object owns its fd. Threads: an object is used by one thread only.
+#pragma once
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <sstream>
+#include <string>
+#include <type_traits>
+
+#include "core/soh_log.h"
+
+class DeviceStream {
+public:
+    DeviceStream(const std::string& path, int flags) : path_(path), flags_(flags) {}
+    virtual ~DeviceStream();
+    DeviceStream(const DeviceStream&) = delete;
+    DeviceStream& operator=(const DeviceStream&) = delete;
+
+    // Opens the node if it is not open yet; false (logged) when that fails. The next call
+    // tries again.
+    bool IsOpen();
+    const std::string& Path() const { return path_; }
+
+protected:
+    int fd_ = -1;
+
+private:
+    std::string path_;  // device path; mapped through the root only when opening
+    int flags_;
+};
+
+class DeviceReader : public DeviceStream {
+public:
+    explicit DeviceReader(const std::string& path) : DeviceStream(path, O_RDONLY) {}
+
+    // One read(2) of sizeof(T) bytes into *value; 0 only when exactly that many arrived.
+    template <typename T>
+    int Read(T& value) {
+        static_assert(std::is_trivially_copyable<T>::value, "raw records only");
+        if (!IsOpen()) {
+            return -1;
+        }
+        ssize_t n = read(fd_, &value, sizeof(T));
+        if (n != static_cast<ssize_t>(sizeof(T))) {
+            LogReadFailure(n);
+            return -1;
+        }
+        return 0;
+    }
+
+    // One read(2) of up to len bytes into buf; then buf[len - 1] = 0. Bytes after the data
+    // are left as the caller prepared them (clear the buffer first). 0 or -1.
+    int ReadRawStr(char* buf, unsigned len);
+
+    // Reads up to 127 characters of text and parses a number from them with stream
+    // extraction (leading blanks skipped, trailing text ignored). Returns 0 even when no
+    // number could be parsed (value then keeps its previous content); -1 when the read fails.
+    template <typename T>
+    int ReadStrToT(T& value) {
+        static_assert(std::is_arithmetic<T>::value, "numbers only");
+        char buf[kTextMax];
+        memset(buf, 0, sizeof(buf));
+        if (ReadRawStr(buf, sizeof(buf)) != 0) {
+            return -1;
+        }
+        std::istringstream in{std::string(buf)};
+        T parsed{};
+        if (in >> parsed) {
+            value = parsed;
+        }
+        return 0;
+    }
+
+private:
+    static constexpr unsigned kTextMax = 128;
+    void LogReadFailure(ssize_t n);
+};
+
+class DeviceWriter : public DeviceStream {
+public:
+    explicit DeviceWriter(const std::string& path) : DeviceStream(path, O_WRONLY) {}
+
+    // Writes the bytes of a raw record (a char[2] writes the character and its terminator).
+    // 0 only when every byte was written in one write(2).
+    template <typename T>
+    int Write(const T& value) {
+        static_assert(std::is_trivially_copyable<T>::value && !std::is_pointer<T>::value,
+                      "raw records only");
+        return WriteBytes(&value, sizeof(T));
+    }
+    // Writes the characters of a text, no terminator.
+    int Write(const std::string& text) { return WriteBytes(text.data(), text.size()); }
+
+private:
+    int WriteBytes(const void* data, size_t len);
+};

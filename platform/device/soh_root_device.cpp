@@ -1,0 +1,10 @@
+// Device root: paths are what they say.
+#include "platform/soh_root.h"
+
+namespace SohRoot {
+
+std::string RootPath(const std::string& devicePath) {
+    return devicePath;
+}
+
+}  // namespace SohRoot

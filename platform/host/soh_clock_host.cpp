@@ -1,0 +1,196 @@
+// Host clock seam: real clocks scaled by QUEN_CLOCK_SPEED and offset by QUEN_CLOCK_START, or a
+// manual clock driven by tests.
+#include <errno.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <climits>
+
+#include "platform/host/soh_clock_test.h"
+#include "platform/soh_clock.h"
+
+namespace {
+
+constexpr int64_t kNsPerMs = 1000000LL;
+constexpr int64_t kNsPerSec = 1000000000LL;
+// A manual-clock waiter re-checks the clock at least this often (real time).
+constexpr int64_t kManualSliceNs = 1 * kNsPerMs;
+
+int64_t RealWallNs() {
+    struct timespec ts {};
+    clock_gettime(CLOCK_REALTIME, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * kNsPerSec + ts.tv_nsec;
+}
+
+int64_t RealMonoNs() {
+    struct timespec ts {};
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * kNsPerSec + ts.tv_nsec;
+}
+
+// Scaled real clock, fixed at first use from the environment.
+struct RealClock {
+    int64_t speed = 1;
+    int64_t wallAtStart = 0;
+    int64_t monoAtStart = 0;
+
+    RealClock() {
+        monoAtStart = RealMonoNs();
+        wallAtStart = RealWallNs();
+        if (const char* s = getenv("QUEN_CLOCK_SPEED")) {
+            char* end = nullptr;
+            long long v = strtoll(s, &end, 10);
+            if (end != s && *end == '\0' && v >= 1 && v <= 1000000000LL) {
+                speed = v;
+            }
+        }
+        if (const char* s = getenv("QUEN_CLOCK_START")) {
+            char* end = nullptr;
+            long long v = strtoll(s, &end, 10);
+            if (end != s && *end == '\0' && v >= 0 && v < (LLONG_MAX / kNsPerSec)) {
+                wallAtStart = v * kNsPerSec;
+            }
+        }
+    }
+    int64_t Elapsed() const { return (RealMonoNs() - monoAtStart) * speed; }
+};
+
+RealClock& Real() {
+    static RealClock clock;
+    return clock;
+}
+
+// Manual clock shared by all threads of a test process.
+struct ManualClock {
+    std::atomic<bool> on{false};
+    std::atomic<int64_t> wall{0};
+    std::atomic<int64_t> mono{0};
+    std::atomic<int> sleepers{0};
+};
+
+ManualClock& Manual() {
+    static ManualClock clock;
+    return clock;
+}
+
+// Real duration to wait for `ns` of clock time (rounded up so that a wait never ends early).
+int64_t ToReal(int64_t ns) {
+    int64_t speed = Real().speed;
+    return ns <= 0 ? 0 : (ns + speed - 1) / speed;
+}
+
+void RealSleep(int64_t ns) {
+    struct timespec ts {
+        static_cast<time_t>(ns / kNsPerSec), static_cast<long>(ns % kNsPerSec)
+    };
+    while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {
+    }
+}
+
+}  // namespace
+
+namespace SohClock {
+
+int64_t WallNs() {
+    if (Manual().on.load()) {
+        return Manual().wall.load();
+    }
+    return Real().wallAtStart + Real().Elapsed();
+}
+
+time_t Time(time_t* out) {
+    time_t t = static_cast<time_t>(WallNs() / kNsPerSec);
+    if (out != nullptr) {
+        *out = t;
+    }
+    return t;
+}
+
+int64_t MonoNs() {
+    if (Manual().on.load()) {
+        return Manual().mono.load();
+    }
+    return Real().Elapsed();
+}
+
+void SleepNs(int64_t ns) {
+    if (ns <= 0) {
+        return;
+    }
+    if (!Manual().on.load()) {
+        RealSleep(ToReal(ns));
+        return;
+    }
+    SohClock::detail::SleeperScope sleeping;
+    int64_t deadline = Manual().mono.load() + ns;
+    while (Manual().on.load() && Manual().mono.load() < deadline) {
+        RealSleep(kManualSliceNs);
+    }
+}
+
+namespace detail {
+
+void WaitOnce(std::condition_variable& cv, std::unique_lock<std::mutex>& lock, int64_t ns) {
+    int64_t real = Manual().on.load() ? std::min(ns, kManualSliceNs) : ToReal(ns);
+    cv.wait_for(lock, std::chrono::nanoseconds(real));
+}
+
+SleeperScope::SleeperScope() {
+    Manual().sleepers.fetch_add(1);
+}
+SleeperScope::~SleeperScope() {
+    Manual().sleepers.fetch_sub(1);
+}
+
+}  // namespace detail
+
+int Poll(struct pollfd* fds, nfds_t nfds, int timeoutMs) {
+    if (!Manual().on.load()) {
+        if (timeoutMs <= 0) {
+            return poll(fds, nfds, timeoutMs);
+        }
+        int64_t real = ToReal(timeoutMs * kNsPerMs);
+        return poll(fds, nfds,
+                    static_cast<int>(std::max<int64_t>(1, (real + kNsPerMs - 1) / kNsPerMs)));
+    }
+    SohClock::detail::SleeperScope sleeping;
+    int64_t deadline = Manual().mono.load() + static_cast<int64_t>(timeoutMs) * kNsPerMs;
+    for (;;) {
+        int rc = poll(fds, nfds, 1);
+        if (rc != 0) {
+            return rc;
+        }
+        if (timeoutMs == 0 || (timeoutMs > 0 && Manual().mono.load() >= deadline)) {
+            return 0;
+        }
+    }
+}
+
+}  // namespace SohClock
+
+namespace SohClockTest {
+
+void SetManual(int64_t wallNs) {
+    Manual().wall.store(wallNs);
+    Manual().mono.store(0);
+    Manual().on.store(true);
+}
+
+void Advance(int64_t ns) {
+    if (ns > 0) {
+        Manual().wall.fetch_add(ns);
+        Manual().mono.fetch_add(ns);
+    }
+}
+
+void SetWall(int64_t wallNs) {
+    Manual().wall.store(wallNs);
+}
+
+int Sleepers() {
+    return Manual().sleepers.load();
+}
+
+}  // namespace SohClockTest

@@ -1,0 +1,20 @@
+// Host root: device paths are placed under $QUEN_ROOT.
+#include <stdlib.h>
+
+#include "platform/soh_root.h"
+
+namespace SohRoot {
+
+std::string RootPath(const std::string& devicePath) {
+    const char* root = getenv("QUEN_ROOT");
+    if (root == nullptr || root[0] == '\0' || devicePath.empty() || devicePath[0] != '/') {
+        return devicePath;
+    }
+    std::string out(root);
+    while (!out.empty() && out.back() == '/') {
+        out.pop_back();
+    }
+    return out + devicePath;
+}
+
+}  // namespace SohRoot

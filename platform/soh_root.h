@@ -1,0 +1,17 @@
+// Where device paths live on this build.
+//
+// The daemon names every file by its device path ("/sys/...", "/log/soh/...") and keeps
+// that path in its messages and records; only the moment a file is opened, created,
+// renamed or inspected is the path mapped through RootPath. Device build: the identity.
+// Host build: absolute paths are placed under $QUEN_ROOT (unset or empty: "/"), read at
+// every call so that tests can point each process at its own fake device.
+#pragma once
+
+#include <string>
+
+namespace SohRoot {
+
+// The path at which `devicePath` is found on this build.
+std::string RootPath(const std::string& devicePath);
+
+}  // namespace SohRoot

@@ -1,0 +1,150 @@
+// Host platform substitutes: the contract tools and tests rely on.
+#include <android/log.h>
+#include <bms_interface.h>
+#include <cutils/properties.h>
+#include <securec.h>
+#include <stdlib.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/fake_device.h"
+
+namespace {
+
+TEST(SecureC, CopiesThatDoNotFitAreErrorsAndClearTheDestination) {
+    char buf[4] = "abc";
+    EXPECT_EQ(strcpy_s(buf, sizeof(buf), "xyz"), EOK);
+    EXPECT_STREQ(buf, "xyz");
+    EXPECT_EQ(strcpy_s(buf, sizeof(buf), "wxyz"), SECUREC_ERANGE_AND_RESET);
+    EXPECT_STREQ(buf, "");
+    EXPECT_EQ(strcpy_s(buf, sizeof(buf), nullptr), SECUREC_EINVAL_AND_RESET);
+    EXPECT_EQ(strcpy_s(buf, 0, "a"), SECUREC_ERANGE);
+    EXPECT_EQ(strncpy_s(buf, sizeof(buf), "abcdef", 3), EOK);
+    EXPECT_STREQ(buf, "abc");
+    EXPECT_EQ(strncpy_s(buf, sizeof(buf), "abcdef", 4), SECUREC_ERANGE_AND_RESET);
+    EXPECT_EQ(strcpy_s(buf, sizeof(buf), buf + 1), SECUREC_EOVERLAP_AND_RESET);
+
+    unsigned char mem[8];
+    EXPECT_EQ(memset_s(mem, sizeof(mem), 0x5a, sizeof(mem)), EOK);
+    EXPECT_EQ(memset_s(mem, 4, 0, 5), SECUREC_ERANGE_AND_RESET);
+    EXPECT_EQ(mem[3], 0);
+    EXPECT_EQ(mem[4], 0x5a);  // never past destMax
+    unsigned char src[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+    EXPECT_EQ(memmove_s(mem, sizeof(mem), src, 8), EOK);
+    EXPECT_EQ(mem[7], 8);
+    EXPECT_EQ(memmove_s(mem, 4, src, 5), SECUREC_ERANGE_AND_RESET);
+    EXPECT_EQ(mem[0], 0);
+}
+
+TEST(SecureC, FormattingRejectsTextThatWouldNotFit) {
+    char buf[8];
+    EXPECT_EQ(sprintf_s(buf, sizeof(buf), "%d", 1234567), 7);
+    EXPECT_STREQ(buf, "1234567");
+    EXPECT_EQ(sprintf_s(buf, sizeof(buf), "%d", 12345678), -1);
+    EXPECT_STREQ(buf, "");
+    // count below destMax: the cut is kept but still reported.
+    EXPECT_EQ(snprintf_s(buf, sizeof(buf), 3, "%s", "abcdef"), -1);
+    EXPECT_STREQ(buf, "abc");
+    EXPECT_EQ(snprintf_s(buf, sizeof(buf), 3, "%s", "abc"), 3);
+    EXPECT_EQ(snprintf_s(buf, sizeof(buf), sizeof(buf), "%s", "abcdefgh"), -1);
+    EXPECT_STREQ(buf, "");
+}
+
+TEST_F(FakeDeviceTest, PropertiesAreFilesReadAfreshAndReplacedAtomically) {
+    char value[PROPERTY_VALUE_MAX];
+    EXPECT_EQ(property_get("ro.product.board", value, "dflt"), 4);
+    EXPECT_STREQ(value, "dflt");
+    dev.SetProperty("ro.product.board", "BOARD7\n");  // one trailing newline is not the value
+    EXPECT_EQ(property_get("ro.product.board", value, nullptr), 6);
+    EXPECT_STREQ(value, "BOARD7");
+
+    EXPECT_EQ(property_set("ctl.stop", "quen"), 0);
+    EXPECT_EQ(dev.Read("/properties/ctl.stop"), "quen");
+    EXPECT_LT(property_set("../escape", "x"), 0);
+    EXPECT_LT(property_set("", "x"), 0);
+    EXPECT_LT(property_set("k", std::string(PROPERTY_VALUE_MAX, 'x').c_str()), 0);
+    EXPECT_EQ(property_set("k", std::string(PROPERTY_VALUE_MAX - 1, 'x').c_str()), 0);
+
+    char small[4];
+    EXPECT_EQ(BmsPropertyGetValue("ro.product.board", small, sizeof(small)), -1);
+    char big[64];
+    EXPECT_EQ(BmsPropertyGetValue("ro.product.board", big, sizeof(big)), 0);
+    EXPECT_STREQ(big, "BOARD7");
+    EXPECT_EQ(BmsPropertyGetValue("unset.prop", big, sizeof(big)), -1);
+    EXPECT_EQ(BmsPropertySetValue("vendor.soh_service", "start"), 0);
+    EXPECT_EQ(dev.Property("vendor.soh_service"), "start");
+}
+
+TEST_F(FakeDeviceTest, BootModesFollowTheirProperties) {
+    EXPECT_TRUE(BmsPropertyIsNormalMode());
+    EXPECT_FALSE(BmsPropertyIsChargerMode());
+    dev.SetProperty("ro.bootmode", "charger");
+    EXPECT_TRUE(BmsPropertyIsChargerMode());
+    EXPECT_FALSE(BmsPropertyIsNormalMode());
+    dev.SetProperty("ro.bootmode", "factory");
+    EXPECT_TRUE(BmsPropertyIsFactoryMode());
+    dev.SetProperty("ro.bootmode", "normal");
+    EXPECT_TRUE(BmsPropertyIsNormalMode());
+    EXPECT_FALSE(BmsPropertyIsDemoVersion());
+    dev.SetProperty("ro.product.demo", "1");
+    EXPECT_TRUE(BmsPropertyIsDemoVersion());
+}
+
+TEST_F(FakeDeviceTest, BigDataEventIsOneJsonLineWithFieldsInOrder) {
+    void* h = BmsBigDataCreate(0, 930001007);
+    ASSERT_NE(h, nullptr);
+    EXPECT_EQ(BmsBigDataWriteLong(0, h, "ActDays", 0), 0);
+    EXPECT_EQ(BmsBigDataWriteInt(0, h, "Lvl", -3), 0);
+    EXPECT_EQ(BmsBigDataWriteFloat(0, h, "Fcc", 0.5f), 0);
+    EXPECT_EQ(BmsBigDataWriteString(0, h, "BatMod", "a\"b\n"), 0);
+    int arr[3] = {1, 2, 3};
+    EXPECT_EQ(BmsBigDataWriteArrayInt(0, h, "Arr", arr, 3), 0);
+    EXPECT_EQ(BmsBigDataSend(1, h), 0);
+    BmsBigDataDestroy(0, h);
+    void* unsent = BmsBigDataCreate(0, 1);
+    BmsBigDataWriteInt(0, unsent, "x", 1);
+    BmsBigDataDestroy(0, unsent);
+
+    EXPECT_EQ(dev.Read("/bms/bigdata.jsonl"),
+              "{\"id\":930001007,\"fields\":[{\"key\":\"ActDays\",\"type\":\"long\",\"value\":0},"
+              "{\"key\":\"Lvl\",\"type\":\"int\",\"value\":-3},"
+              "{\"key\":\"Fcc\",\"type\":\"float\",\"value\":0.5},"
+              "{\"key\":\"BatMod\",\"type\":\"string\",\"value\":\"a\\\"b\\n\"},"
+              "{\"key\":\"Arr\",\"type\":\"int[]\",\"value\":[1,2,3]}]}\n");
+    auto events = dev.BigData();
+    ASSERT_EQ(events.size(), 1u);
+    EXPECT_EQ(events[0]["fields"][3]["value"].asString(), "a\"b\n");
+
+    dev.Write("/bms/unavailable", "");
+    EXPECT_EQ(BmsBigDataCreate(0, 930001007), nullptr);
+    EXPECT_EQ(BmsBigDataWriteInt(0, nullptr, "x", 1), -1);
+    EXPECT_EQ(BmsBigDataSend(1, nullptr), -1);
+    BmsBigDataDestroy(0, nullptr);
+}
+
+TEST_F(FakeDeviceTest, LogLinesGoToTheLogFileWithoutDoubledNewlines) {
+    std::string file = dev.HostPath("/quen.log");
+    setenv("QUEN_LOG_FILE", file.c_str(), 1);
+    __android_log_write(ANDROID_LOG_INFO, "quen", "hello\n");
+    __android_log_write(ANDROID_LOG_ERROR, "quen", "no newline");
+    std::string text = dev.Read("/quen.log");
+    std::vector<std::string> lines;
+    for (size_t start = 0, end; (end = text.find('\n', start)) != std::string::npos;
+         start = end + 1) {
+        lines.push_back(text.substr(start, end - start));
+    }
+    ASSERT_EQ(lines.size(), 2u);
+    // "YYYY-MM-DD HH:MM:SS.mmm PID TID L TAG: message"
+    const std::string pid = std::to_string(getpid());
+    EXPECT_NE(lines[0].find(" " + pid + " "), std::string::npos);
+    EXPECT_EQ(lines[0].substr(lines[0].size() - 14), " I quen: hello");
+    EXPECT_EQ(lines[1].substr(lines[1].size() - 19), " E quen: no newline");
+    EXPECT_EQ(lines[0][4], '-');
+    EXPECT_EQ(lines[0][19], '.');
+    unsetenv("QUEN_LOG_FILE");
+    EXPECT_EQ(dev.CountLog("hello\n"), 1);
+}
+
+}  // namespace

@@ -60,11 +60,17 @@ bool ReadAll(const std::string& path, std::string& out, size_t maxBytes) {
     return ok;
 }
 
-bool WriteAtomic(const std::string& path, const std::string& data, mode_t mode) {
+bool WriteAtomic(const std::string& path, const std::string& data, mode_t mode, bool* openFailed) {
+    if (openFailed != nullptr) {
+        *openFailed = false;
+    }
     std::string target = SohRoot::RootPath(path);
     std::string tmp = target + ".tmp";
     int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
     if (fd < 0) {
+        if (openFailed != nullptr) {
+            *openFailed = true;
+        }
         return false;
     }
     fchmod(fd, mode);  // the umask must not narrow the record's mode

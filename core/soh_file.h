@@ -27,7 +27,9 @@ int Rename(const std::string& from, const std::string& to);
 // larger than maxBytes.
 bool ReadAll(const std::string& path, std::string& out, size_t maxBytes = 16u << 20);
 // Replaces the file with `data` atomically (see above). False (errno set) on failure; the
-// old file is then untouched and no temporary file is left behind.
-bool WriteAtomic(const std::string& path, const std::string& data, mode_t mode = 0660);
+// old file is then untouched and no temporary file is left behind. *openFailed (when given)
+// tells whether the failure was the creation of the temporary file.
+bool WriteAtomic(const std::string& path, const std::string& data, mode_t mode = 0660,
+                 bool* openFailed = nullptr);
 
 }  // namespace SohFile

@@ -1,0 +1,151 @@
+// SocLimitator: selection and output of the SOC strategy. UpdateStrategy validates without a
+// lock and holds lock_ for everything after; the other members run under it.
+#include "protectors/soc_limitator.h"
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <utility>
+
+#include "core/device_stream.h"
+#include "core/soh_configure.h"
+#include "core/soh_log.h"
+#include "protectors/limit_nodes.h"
+
+namespace {
+
+// Truncation toward zero to 32 bits unsigned; negatives and NaN give 0 and large values
+// saturate, as the device's own conversion does.
+unsigned ToUnsigned(double value) {
+    if (std::isnan(value) || value <= 0.0) {
+        return 0;
+    }
+    if (value >= static_cast<double>(std::numeric_limits<uint32_t>::max())) {
+        return std::numeric_limits<uint32_t>::max();
+    }
+    return static_cast<unsigned>(value);
+}
+
+// Same set of keys, and every stored value within `same` of the new one.
+bool SameStrategy(const SohStrategy& stored, const SohStrategy& next, double same) {
+    if (stored.size() != next.size()) {
+        return false;
+    }
+    for (const auto& entry : stored) {
+        auto it = next.find(entry.first);
+        if (it == next.end() || !(std::fabs(it->second - entry.second) <= same)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+bool SocLimitator::CheckStrategy(SohStrategy strategy) {
+    for (const char* key : {"Type", "HighSoc", "LowSoc", "Enable"}) {
+        if (strategy.find(key) == strategy.end()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void SocLimitator::UpdateStrategy(const std::string& estimator, SohStrategy strategy) {
+    if (!CheckStrategy(strategy)) {
+        return;  // incomplete tables are dropped without a word
+    }
+    std::lock_guard<std::mutex> lock(lock_);
+    if (strategy["Force"] > 0) {  // the stored table always carries "Force"
+        releaseArmed_ = true;
+    }
+    SohStrategy& stored = strategies_[estimator];
+    const bool unchanged = SameStrategy(stored, strategy, kSameValue);
+    if (!unchanged) {
+        stored = std::move(strategy);
+    }
+    std::string winner = SelectStrategy();
+    if (unchanged && winner == lastSent_) {
+        return;
+    }
+    // Failed writes are logged; the state moves on anyway so an identical update is not retried.
+    SendStrategy(winner);
+    lastSent_ = std::move(winner);
+}
+
+std::string SocLimitator::SelectStrategy() const {
+    double best = 100.0;
+    std::string winner;
+    for (const auto& entry : strategies_) {
+        const double high = Value(entry.first, "HighSoc");
+        if (Value(entry.first, "Enable") != 0 && high < best) {
+            best = high;
+            winner = entry.first;
+        }
+    }
+    return winner;
+}
+
+void SocLimitator::SendStrategy(const std::string& winner) {
+    SaveStrategy(winner);
+    WriteControl(winner);
+    if (winner.empty()) {
+        return;
+    }
+    const unsigned type = UnsignedValue(winner, "Type");
+    if (DeviceWriter(LimitNodes::kSocStrategy).Write("quen " + std::to_string(type)) == 0) {
+        SOH_LOGI("write soc strategy %u success\n", type);
+    } else {
+        SOH_LOGE("write soc strategy failed\n");
+    }
+}
+
+void SocLimitator::SaveStrategy(const std::string& winner) {
+    std::string text = "1 95 100";  // what the kernel runs with when nobody limits
+    if (!winner.empty()) {
+        text.clear();
+        for (const char* key : {"Type", "LowSoc", "HighSoc", "SmartChgSign", "ShutDownSign"}) {
+            text += (text.empty() ? "" : " ") + std::to_string(UnsignedValue(winner, key));
+        }
+    }
+    SOHConfigure::RefLimitRecord(GetName(), winner, text);
+}
+
+void SocLimitator::WriteControl(const std::string& winner) {
+    std::string line = "quen";
+    if (!winner.empty()) {
+        const unsigned enable = UnsignedValue(winner, "Enable");
+        const unsigned low = UnsignedValue(winner, "LowSoc");
+        const unsigned high = UnsignedValue(winner, "HighSoc");
+        line +=
+            " " + std::to_string(enable) + " " + std::to_string(low) + " " + std::to_string(high);
+        if (Value(winner, "SmartChgSign") == 1.0) {
+            SOHConfigure::SetSmartCharging(1);
+        }
+        SOH_LOGE("write soc control of %s with %u %u %u %u %u\n", winner.c_str(), enable, low, high,
+                 UnsignedValue(winner, "SmartChgSign"), UnsignedValue(winner, "ShutDownSign"));
+    } else {
+        if (!releaseArmed_) {
+            return;  // never switch the kernel's SOC control off before a forced strategy
+        }
+        line += " 0 95 100";
+        SOH_LOGE("write soc control to disable soc limit\n");
+        SOHConfigure::SetSmartCharging(0);
+    }
+    if (DeviceWriter(LimitNodes::kSocControl).Write(line) != 0) {
+        SOH_LOGE("write soc control failed\n");
+    }
+}
+
+double SocLimitator::Value(const std::string& estimator, const std::string& key) const {
+    auto s = strategies_.find(estimator);
+    if (s == strategies_.end()) {
+        return 0.0;
+    }
+    auto v = s->second.find(key);
+    return v == s->second.end() ? 0.0 : v->second;
+}
+
+unsigned SocLimitator::UnsignedValue(const std::string& estimator, const std::string& key) const {
+    return ToUnsigned(Value(estimator, key));
+}

@@ -3,8 +3,8 @@
 // directory.
 #include <sys/stat.h>
 
-#include <cstring>
 #include <string>
+#include <utility>
 
 #include "core/soh_enviroment.h"
 #include "core/soh_file.h"
@@ -15,6 +15,7 @@
 namespace {
 
 using EnviromentTest = FakeDeviceTest;
+using Case = std::pair<const char*, bool>;  // a matcher's configuration and its result
 
 TEST_F(EnviromentTest, BatteryNameEndsAtFirstNonAlnumAndIsCachedOnceRead) {
     SOHLog::Instance().SetLogLevel(LOG_LEVEL_INFO);  // mismatches are informative
@@ -22,37 +23,28 @@ TEST_F(EnviromentTest, BatteryNameEndsAtFirstNonAlnumAndIsCachedOnceRead) {
     EXPECT_FALSE(SOHEnviroment::GetBatteryType(out));
     EXPECT_EQ(out, "pre:");
     EXPECT_TRUE(dev.HasLog(std::string("Open file(") + kBatteryBrandNode + ") failed\n"));
+    EXPECT_FALSE(SOHEnviroment::MatchBatteryModel("All"));  // no wildcard: a name to look for
+    EXPECT_EQ(dev.CountLog("read battery name error\n"), 1);
 
     // A failed read is not cached: the next call reads the node.
     dev.Write(kBatteryBrandNode, "Sun0wd-01\n");
     EXPECT_TRUE(SOHEnviroment::GetBatteryType(out));
     EXPECT_EQ(out, "pre:Sun0wd");
-
     // Once read, the name is served from the cache with its case kept.
     dev.Write(kBatteryBrandNode, "Other\n");
-    char buf[SOHEnviroment::kBatteryNameSize];
-    memset(buf, 'z', sizeof(buf));
+    char buf[SOHEnviroment::kBatteryNameSize] = {};
     EXPECT_TRUE(SOHEnviroment::GetBatteryType(buf, sizeof(buf)));
     EXPECT_STREQ(buf, "Sun0wd");
 
-    // Matching ignores case and compares the end of the name.
-    EXPECT_TRUE(SOHEnviroment::MatchBatteryModel("abc,0WD"));
-    EXPECT_FALSE(SOHEnviroment::MatchBatteryModel("sun,xSun0wd"));
+    // Any item matching the end of the name, ignoring case; a stray comma is no empty item.
+    for (const auto& [cfg, match] : {Case{"abc,0WD", true}, Case{"sun,xSun0wd", false},
+                                     Case{"xyz,,", false}, Case{"all", true}}) {
+        EXPECT_EQ(SOHEnviroment::MatchBatteryModel(cfg), match) << cfg;
+    }
     EXPECT_TRUE(dev.HasLog("battery model mismatch SUN0WD:sun,xSun0wd\n"));
-    // A stray comma adds no empty item (which would match every name).
-    EXPECT_FALSE(SOHEnviroment::MatchBatteryModel("xyz,,"));
 }
 
-TEST_F(EnviromentTest, WildcardNeedsExactSpellingAndAFullLengthNameMatchesNoList) {
-    SOHLog::Instance().SetLogLevel(LOG_LEVEL_INFO);
-    EXPECT_TRUE(SOHEnviroment::MatchBatteryModel("ALL"));  // brand node missing
-    EXPECT_TRUE(dev.HasLog("battery policy match all model\n"));
-    EXPECT_FALSE(SOHEnviroment::MatchBatteryModel("All"));  // compared as a name
-    EXPECT_EQ(dev.CountLog("read battery name error\n"), 1);
-    EXPECT_TRUE(SOHEnviroment::MatchCountry("all"));
-    EXPECT_TRUE(SOHEnviroment::MatchProduct(""));
-    EXPECT_TRUE(dev.HasLog("battery policy match all product\n"));
-
+TEST_F(EnviromentTest, FullLengthBatteryNameMatchesNoList) {
     // A longer name is cut at 31 characters; those do not fit the matcher's 32-byte buffer.
     const std::string name31(31, 'A');
     dev.Write(kBatteryBrandNode, name31 + "BCDEF\n");
@@ -62,59 +54,39 @@ TEST_F(EnviromentTest, WildcardNeedsExactSpellingAndAFullLengthNameMatchesNoList
     char buf[SOHEnviroment::kBatteryNameSize] = {};
     EXPECT_FALSE(SOHEnviroment::GetBatteryType(buf, sizeof(buf)));
     EXPECT_FALSE(SOHEnviroment::MatchBatteryModel("AA"));
-    EXPECT_EQ(dev.CountLog("read battery name error\n"), 2);
-    EXPECT_TRUE(SOHEnviroment::MatchBatteryModel("all"));
+    EXPECT_EQ(dev.CountLog("read battery name error\n"), 1);
+    EXPECT_TRUE(SOHEnviroment::MatchBatteryModel("ALL"));  // the wildcards need no name
 }
 
 TEST_F(EnviromentTest, CountryComparesWholeRegionAndProductComparesBoardPrefix) {
+    EXPECT_FALSE(SOHEnviroment::MatchProduct("KON"));  // unset board: fails without an error
+    EXPECT_FALSE(SOHEnviroment::MatchCountry("CN"));   // unset region: matches no item
+    EXPECT_TRUE(dev.Logs().empty());
     SOHLog::Instance().SetLogLevel(LOG_LEVEL_INFO);
     dev.SetProperty("ro.product.locale.region", "cn");
     dev.SetProperty("ro.product.board", "kona2");
-    EXPECT_TRUE(SOHEnviroment::MatchCountry("us,CN"));
-    EXPECT_FALSE(SOHEnviroment::MatchCountry("C,CNN"));
+    for (const auto& [cfg, match] :
+         {Case{"us,CN", true}, Case{"C,CNN", false}, Case{"all", true}, Case{"All", false}}) {
+        EXPECT_EQ(SOHEnviroment::MatchCountry(cfg), match) << cfg;
+    }
     EXPECT_TRUE(dev.HasLog("battery country mismatch CN:C,CNN\n"));
-
-    EXPECT_TRUE(SOHEnviroment::MatchProduct("abc,KON"));
-    EXPECT_FALSE(SOHEnviroment::MatchProduct("ona2,kona22"));
+    for (const auto& [cfg, match] :
+         {Case{"abc,KON", true}, Case{"ona2,kona22", false}, Case{"", true}, Case{"All", false}}) {
+        EXPECT_EQ(SOHEnviroment::MatchProduct(cfg), match) << cfg;
+    }
     EXPECT_TRUE(dev.HasLog("battery policy of product mismatch KONA2:ona2,kona22\n"));
+    EXPECT_TRUE(dev.HasLog("battery policy match all product\n"));
 
-    // An unset board fails quietly; an unset region matches no item.
-    dev.Remove("/properties/ro.product.board");
-    dev.Remove("/properties/ro.product.locale.region");
-    dev.ClearLogs();
-    EXPECT_FALSE(SOHEnviroment::MatchProduct("KON"));
-    EXPECT_TRUE(dev.Logs().empty());
-    EXPECT_FALSE(SOHEnviroment::MatchCountry("CN"));
-}
-
-TEST_F(EnviromentTest, PolicyValuesApplyWhenAbsentOrMatchingStringsOnly) {
-    SOHLog::Instance().SetLogLevel(LOG_LEVEL_INFO);
-    dev.SetProperty("ro.product.locale.region", "DE");
-    dev.SetProperty("ro.product.board", "board7");
-    dev.Write(kBatteryBrandNode, "xyQ12\n");
-    auto applies = [](const Json::Value& e) {
-        return SOHEnviroment::MatchProductCfg(e["Product"]) &&
-               SOHEnviroment::MatchCountryCfg(e["Country"]) &&
-               SOHEnviroment::MatchBatteryModelCfg(e["Model"]);
-    };
-    Json::Value entry;
-    entry["Product"] = "BOARD";
-    entry["Model"] = "q12";
-    EXPECT_TRUE(applies(entry));  // no "Country": every country
+    // Each configuration form reaches its own matcher; an absent value applies to all, a
+    // value that is not a string to none.
+    EXPECT_TRUE(SOHEnviroment::MatchProductCfg(Json::Value("KON")));
+    EXPECT_FALSE(SOHEnviroment::MatchCountryCfg(Json::Value("KON")));
+    EXPECT_TRUE(SOHEnviroment::MatchBatteryModelCfg(Json::Value("ALL")));
+    EXPECT_TRUE(dev.HasLog("battery policy match all model\n"));
+    EXPECT_TRUE(SOHEnviroment::MatchCountryCfg(Json::Value()));
     EXPECT_TRUE(dev.HasLog("battery policy configure is applied to all model\n"));
-    entry["Country"] = "fr,de";
-    EXPECT_TRUE(applies(entry));
-    entry["Country"] = "fr";
-    EXPECT_FALSE(applies(entry));
-
-    dev.ClearLogs();
-    entry["Country"] = 49;
-    EXPECT_FALSE(applies(entry));
-    entry["Country"] = Json::Value(Json::arrayValue);
-    entry["Country"].append("DE");
-    EXPECT_FALSE(applies(entry));
-    EXPECT_EQ(dev.CountLog("battery policy matchable type error\n"), 2);
-    EXPECT_EQ(dev.Logs().back().prio, 6);
+    EXPECT_FALSE(SOHEnviroment::MatchProductCfg(Json::Value(49)));
+    EXPECT_TRUE(dev.HasLog("battery policy matchable type error\n"));
 }
 
 TEST_F(EnviromentTest, KernelNodesForBatteryChangeAndSubsystemSwitch) {
@@ -126,17 +98,13 @@ TEST_F(EnviromentTest, KernelNodesForBatteryChangeAndSubsystemSwitch) {
 
     EXPECT_FALSE(SOHEnviroment::IsSohSubSysEnable("cfsd"));
     EXPECT_TRUE(dev.HasLog("read battery soh subsys node failed\n"));
-    dev.Write(kSohSubSysNode, "cfsd,,basp,eis");
-    EXPECT_TRUE(SOHEnviroment::IsSohSubSysEnable("basp"));
-    EXPECT_TRUE(SOHEnviroment::IsSohSubSysEnable("eis"));
-    EXPECT_FALSE(SOHEnviroment::IsSohSubSysEnable("bas"));
+    dev.Write(kSohSubSysNode, "cfsd,,basp,eis\n");  // the line end is not part of "eis"
+    for (const auto& [key, on] : {Case{"basp", true}, Case{"eis", true}, Case{"bas", false},
+                                  Case{"CFSD", false}, Case{"", false}}) {
+        EXPECT_EQ(SOHEnviroment::IsSohSubSysEnable(key), on) << key;
+    }
     EXPECT_TRUE(dev.HasLog("battery soh bas subsys driver is not in cfsd,,basp,eis\n"));
-    EXPECT_FALSE(SOHEnviroment::IsSohSubSysEnable("CFSD"));
-    dev.Write(kSohSubSysNode, "asw,cvt\n");  // the line end does not belong to the last key
-    EXPECT_TRUE(SOHEnviroment::IsSohSubSysEnable("cvt"));
-    dev.ClearLogs();
-    EXPECT_FALSE(SOHEnviroment::IsSohSubSysEnable(""));
-    EXPECT_TRUE(dev.Logs().empty());
+    EXPECT_EQ(dev.CountLogContaining("subsys driver is not in"), 2);  // none for the empty key
 }
 
 TEST_F(EnviromentTest, UtcTextComesFromTheClockAndMustFit) {
@@ -155,16 +123,14 @@ TEST_F(EnviromentTest, WorkingDirectoryIsCreatedOrStartupGivesUp) {
     EXPECT_EQ(dev.CountLog("create dir /log/soh failed: No such file or directory\n"), 100);
 
     dev.MakeDir("/log");
-    dev.ClearLogs();
     mode_t old = umask(0);
     EXPECT_TRUE(SOHEnviroment::Prepare());
     umask(old);
     struct stat st {};
     ASSERT_EQ(SohFile::Stat(kSohDir, st), 0);
-    EXPECT_TRUE(S_ISDIR(st.st_mode));
-    EXPECT_EQ(st.st_mode & 0777, 0770u);
+    EXPECT_EQ(st.st_mode, S_IFDIR | 0770u);
     EXPECT_TRUE(SOHEnviroment::CheckSohDir());  // present: nothing more logged
-    EXPECT_EQ(dev.Logs().size(), 1u);
+    EXPECT_EQ(dev.Logs().size(), 201u);
 
     // A file in the directory's place is not usable and is left alone.
     dev.Remove(kSohDir);

@@ -1,24 +1,19 @@
-// The estimator framework: configuration slices, protector registration, how demands and
-// strategy tables travel, and the registries.
+// The estimator framework: configuration slices, protector registration, how demands travel,
+// and the registries. Strategy tables are followed through the SOC limitator's tests.
 #include "core/soh_estimator.h"
 #include "core/soh_log.h"
 #include "tests/support/fake_device.h"
 
 namespace {
 
-// Records what reaches it.
+// Records the demands that reach it.
 class RecordingProtector : public SOHProtector {
 public:
     explicit RecordingProtector(const std::string& name) : SOHProtector(name) {}
     void Update(SOHEstimator* e) override { demands.push_back(e->GetLimitValue(this)); }
-    void UpdateStrategy(const std::string& from, SohStrategy s) override {
-        source = from;
-        strategy = s;
-    }
+    void UpdateStrategy(const std::string&, SohStrategy) override {}
     bool Match(const std::string&) override { return true; }
     std::vector<double> demands;
-    std::string source;
-    SohStrategy strategy;
 };
 
 class PlainEstimator : public SOHEstimator {
@@ -36,8 +31,7 @@ protected:
         }
         dev.Write("/odm/etc/power/quen.json", R"({"Estimators": {
             "WITHCOMMON": {"Common": {"Level": 3}, "Protectors": ["DcCurLimitator", "Unknown"]},
-            "BADCOMMON": {"Common": [1], "Level": 4},
-            "SOC": {"Protectors": ["SocLimitator"]}}})");
+            "BADCOMMON": {"Common": [1], "Level": 4}}})");
     }
     RecordingProtector* Protector(const std::string& name) {
         return static_cast<RecordingProtector*>(ProtectorPool().GetObjectByName(name));
@@ -54,10 +48,7 @@ TEST_F(EstimatorTest, SliceIsCommonWhenItIsAnObjectElseTheWholeEntry) {
     PlainEstimator badCommon("BADCOMMON");
     EXPECT_EQ((*badCommon.GetJsonValue())["Level"].asInt(), 4);
     EXPECT_TRUE(dev.HasLog("use top configure for BADCOMMON\n"));
-
-    PlainEstimator absent("NOSUCH");
-    EXPECT_TRUE(absent.GetJsonValue()->isNull());
-    EXPECT_EQ(absent.GetRunState(), "stop");
+    EXPECT_TRUE(PlainEstimator("NOSUCH").GetJsonValue()->isNull());
 }
 
 TEST_F(EstimatorTest, DemandsReachOnlyRegisteredProtectorsAndReRegistrationResets) {
@@ -69,38 +60,9 @@ TEST_F(EstimatorTest, DemandsReachOnlyRegisteredProtectorsAndReRegistrationReset
     e.NotifyOne("Unknown", 10);
     EXPECT_EQ(cur->demands, std::vector<double>{50});
     EXPECT_TRUE(soc->demands.empty());
-    EXPECT_EQ(e.GetLimitValue(cur), 50);
     EXPECT_EQ(e.GetLimitValue(soc), -1);
     e.RegisterSafeProtector(cur);
     EXPECT_EQ(e.GetLimitValue(cur), -1);
-}
-
-TEST_F(EstimatorTest, SocStrategyKeysFollowTheRecord) {
-    PlainEstimator e("SOC");
-    RecordingProtector* soc = Protector("SocLimitator");
-    SocStrategy s;
-    s.Type = 2;
-    s.HighSoc = 80;
-    s.LowSoc = 60;
-    s.ShutDownSign = 1;
-    e.NotifySocStrategy(s);
-    EXPECT_EQ(soc->source, "SOC");
-    EXPECT_EQ(soc->strategy, (SohStrategy{{"Type", 2},
-                                          {"HighSoc", 80},
-                                          {"LowSoc", 60},
-                                          {"SmartChgSign", 0},
-                                          {"ShutDownSign", 1},
-                                          {"Iin", 0},
-                                          {"Enable", 1}}));
-    e.NotifySocStrategy(3, 100, 90, true);
-    EXPECT_EQ(soc->strategy, (SohStrategy{{"Type", 3},
-                                          {"HighSoc", 100},
-                                          {"LowSoc", 90},
-                                          {"SmartChgSign", 1},
-                                          {"ShutDownSign", 0},
-                                          {"Iin", 0},
-                                          {"Force", 1},
-                                          {"Enable", 0}}));
 }
 
 TEST(ObjectPool, NullFromAFactoryIsNotKeptAndUnknownNamesGiveNull) {
@@ -116,7 +78,6 @@ TEST(ObjectPool, NullFromAFactoryIsNotKeptAndUnknownNamesGiveNull) {
     EXPECT_EQ(pool.GetObjectByName("X"), &value);
     EXPECT_EQ(calls, 2);
     EXPECT_EQ(pool.GetObjectByName("Y"), nullptr);
-    EXPECT_EQ(pool.Objects().size(), 1u);
 }
 
 }  // namespace

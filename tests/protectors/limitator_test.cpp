@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 
 #include <cmath>
+#include <functional>
 #include <limits>
 
 #include "protectors/dc_cur_limitator.h"
@@ -24,140 +25,50 @@ TEST(LimitatorTruncTest, OutOfRangeValuesSaturateInsteadOfOverflowing) {
     EXPECT_EQ(SOHLimitator::TruncToInt32(std::nan("")), 0);
 }
 
-TEST_F(LimitatorTest, SmallestCurrentIsWrittenWhenItsIntegerChanges) {
-    NodeTap node(dev, LimitNodes::kIchgRatio);
+TEST_F(LimitatorTest, SmallestCurrentIsWrittenWhenItsIntegerChangesAndNoDemandCanWin) {
+    NodeTap ratio(dev, LimitNodes::kIchgRatio);
+    NodeTap limit(dev, LimitNodes::kIchgLimit);
     DcCurLimitator dc("DcCurLimitator");
-    FakeEstimator asw("ASW", {&dc});
-    FakeEstimator basp("BASP", {&dc});
-
-    asw.NotifyOne("DcCurLimitator", 70);
-    EXPECT_EQ(node.Take(), "quen all 70");
-    basp.NotifyOne("DcCurLimitator", 50);
-    EXPECT_EQ(node.Take(), "quen all 50");
-    EXPECT_TRUE(dev.HasLog("refresh direct charger current of BASP limit 50.000000\n"));
-    EXPECT_EQ(RecordOf("DcCurLimitator"), (LimitRecord{"BASP", "50"}));
-    basp.NotifyOne("DcCurLimitator", 60);
-    EXPECT_EQ(node.Take(), "quen all 60");
-
-    basp.NotifyOne("DcCurLimitator", 80.2);  // ASW's 70 wins now
-    EXPECT_EQ(node.Take(), "quen all 70");
-    asw.NotifyOne("DcCurLimitator", 80.2);
-    EXPECT_EQ(node.Take(), "quen all 80");
-    dev.ClearLogs();
-    asw.NotifyOne("DcCurLimitator", 80.9);  // same integer: nothing logged or written
-    basp.NotifyOne("DcCurLimitator", 80.5);
-    EXPECT_EQ(node.Take(), "");
-    EXPECT_TRUE(dev.Logs().empty());
-    EXPECT_DOUBLE_EQ(dc.GetValue(), 80.2);
-}
-
-TEST_F(LimitatorTest, NoDemandWinsOnCurrentLimitatorsAndLiftsTheLimit) {
-    NodeTap node(dev, LimitNodes::kIchgLimit);
     NonDcCurLimitator buck("NonDcCurLimitator");
-    FakeEstimator app("APP", {&buck});
-    FakeEstimator basp("BASP", {&buck});
+    FakeEstimator app("APP", {&dc, &buck});
+    FakeEstimator basp("BASP", {&dc, &buck});
+    ExpectSteps("DcCurLimitator",
+                {{&app, 70, "quen all 70"},
+                 {&basp, 50, "quen all 50"},
+                 {&basp, 60, "quen all 60"},
+                 {&basp, 80.2, "quen all 70"},  // APP's 70 wins now
+                 {&app, 80.2, "quen all 80"},
+                 {&app, 80.9, ""},  // same integer: nothing logged or written
+                 {&basp, 80.5, ""}},
+                [&] { return ratio.Take(); });
+    EXPECT_TRUE(dev.HasLog("refresh direct charger current of BASP limit 50.000000\n"));
+    EXPECT_EQ(dev.CountLogContaining("refresh direct charger current of"), 5);
+    EXPECT_EQ(RecordOf("DcCurLimitator"), (LimitRecord{"APP", "80"}));
+    EXPECT_DOUBLE_EQ(dc.GetValue(), 80.2);
 
-    app.NotifyOne("NonDcCurLimitator", -1);  // -1 while nothing was written: no change
-    EXPECT_EQ(node.Take(), "");
-    basp.NotifyOne("NonDcCurLimitator", 50);  // APP's -1 is still the smallest
-    EXPECT_EQ(node.Take(), "");
-    app.NotifyOne("NonDcCurLimitator", 1500);
-    EXPECT_EQ(node.Take(), "quen all 50");
-    app.NotifyOne("NonDcCurLimitator", -1);
-    EXPECT_EQ(node.Take(), "quen all -1");
+    // -1 (no demand) takes part like any other value, and lifts the limit when it wins.
+    ExpectSteps("NonDcCurLimitator",
+                {{&app, -1, ""},   // -1 while nothing was written: no change
+                 {&basp, 50, ""},  // APP's -1 is still the smallest
+                 {&app, 1500, "quen all 50"},
+                 {&app, -1, "quen all -1"}},
+                [&] { return limit.Take(); });
     EXPECT_TRUE(dev.HasLog("refresh buck charger current of APP limit -1.000000\n"));
     EXPECT_EQ(RecordOf("NonDcCurLimitator"), (LimitRecord{"APP", "-1"}));
 }
 
-TEST_F(LimitatorTest, FailedWriteIsRecordedAndNotRetried) {
-    DcCurLimitator dc("DcCurLimitator");  // no ichg_ratio node: every write fails
-    FakeEstimator basp("BASP", {&dc});
+TEST_F(LimitatorTest, FailedWritesAreRecordedAndNotRetried) {
+    NodeTap coul(dev, LimitNodes::kBaspCoulVdec);
+    dev.MakeDir(LimitNodes::kVtermDec);   // opening a directory for writing fails
+    DcCurLimitator dc("DcCurLimitator");  // and there is no ichg_ratio node
+    NonDcVolLimitator buck("NonDcVoltLimitator");
+    FakeEstimator basp("BASP", {&dc, &buck});
     basp.NotifyOne("DcCurLimitator", 30);
-    EXPECT_EQ(dev.CountLog("refresh direct charger current limit failed\n"), 1);
-    EXPECT_EQ(RecordOf("DcCurLimitator"), (LimitRecord{"BASP", "30"}));
     basp.NotifyOne("DcCurLimitator", 30.5);
     EXPECT_EQ(dev.CountLog("refresh direct charger current limit failed\n"), 1);
-}
+    EXPECT_EQ(RecordOf("DcCurLimitator"), (LimitRecord{"BASP", "30"}));
 
-TEST_F(LimitatorTest, EqualVoltageDemandsKeepTheEarlierNameAndEveryTypeIsWritten) {
-    NodeTap vterm(dev, LimitNodes::kVtermDec);
-    NodeTap coul(dev, LimitNodes::kBaspCoulVdec);
-    NonDcVolLimitator buck("NonDcVoltLimitator");
-    FakeEstimator app("AppEstimator", {&buck});
-    FakeEstimator basp("BaspEstimator", {&buck});
-
-    basp.NotifyOne("NonDcVoltLimitator", 40);
-    app.NotifyOne("NonDcVoltLimitator", 20);  // smaller: no change
-    EXPECT_EQ(coul.Take(), "40");
-    EXPECT_EQ(vterm.Take(), "quen dcp 40quen fcp 40quen pd 40quen wl 40");
-    basp.NotifyOne("NonDcVoltLimitator", 20);  // a tie: the earlier name wins
-    EXPECT_EQ(coul.Take(), "20");
-    EXPECT_EQ(vterm.Take(), "quen dcp 20quen fcp 20quen pd 20quen wl 20");
-    EXPECT_TRUE(dev.HasLog("refresh buck charger voltage of AppEstimator limit 20.000000\n"));
-    EXPECT_EQ(RecordOf("NonDcVoltLimitator"), (LimitRecord{"AppEstimator", "20"}));
-
-    NodeTap dcNode(dev, LimitNodes::kVtermDec);
-    DcVoltLimitator dc("DcVoltLimitator");
-    FakeEstimator cvt("CVT", {&dc});
-    cvt.NotifyOne("DcVoltLimitator", 100);
-    EXPECT_EQ(dcNode.Take(), "quen lvc 100quen sc 100quen wl_sc 100");
-    EXPECT_TRUE(dev.HasLog("refresh direct charger voltage of CVT limit 100.000000\n"));
-}
-
-// Makes the process's writes to regular files fail beyond `bytes` (the line is cut short, so
-// the writer reports a failure): a node that takes short lines and rejects longer ones.
-class RejectLongerLines {
-public:
-    explicit RejectLongerLines(rlim_t bytes) {
-        getrlimit(RLIMIT_FSIZE, &saved_);
-        oldHandler_ = signal(SIGXFSZ, SIG_IGN);
-        struct rlimit lim = saved_;
-        lim.rlim_cur = bytes;
-        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &lim), 0);
-    }
-    ~RejectLongerLines() {
-        setrlimit(RLIMIT_FSIZE, &saved_);
-        signal(SIGXFSZ, oldHandler_);
-    }
-
-private:
-    struct rlimit saved_ {};
-    sighandler_t oldHandler_;
-};
-
-TEST_F(LimitatorTest, ChargerTypeRejectedFourTimesInARowIsDropped) {
-    dev.Remove("/log/soh");  // keep the parameter store out of the size limit
-    dev.Write(LimitNodes::kVtermDec, "");
-    DcVoltLimitator dc("DcVoltLimitator");
-    FakeEstimator basp("BASP", {&dc});
-    const std::string dropped = "direct charger type wl_sc not support set vterm_dec\n";
-    int level = 40;
-    auto rejectedUpdates = [&](int times) {
-        RejectLongerLines reject(12);  // "quen wl_sc NN" is 13 bytes, "quen lvc NN" 11
-        for (int i = 0; i < times; ++i) {
-            basp.NotifyOne("DcVoltLimitator", ++level);
-        }
-    };
-
-    rejectedUpdates(3);
-    basp.NotifyOne("DcVoltLimitator", ++level);  // accepted: the count starts again
-    rejectedUpdates(3);
-    EXPECT_EQ(dev.CountLog(dropped), 0);
-    rejectedUpdates(1);
-    EXPECT_EQ(dev.CountLog(dropped), 1);
-
-    NodeTap node(dev, LimitNodes::kVtermDec);
-    basp.NotifyOne("DcVoltLimitator", ++level);
-    EXPECT_EQ(node.Take(), "quen lvc 49quen sc 49");
-    EXPECT_EQ(dev.CountLog(dropped), 1);
-    EXPECT_EQ(dev.CountLogContaining("not support set vterm_dec"), 1);
-}
-
-TEST_F(LimitatorTest, BuckTypesAreDroppedWhileTheGaugeKeepsItsValue) {
-    NodeTap coul(dev, LimitNodes::kBaspCoulVdec);
-    dev.MakeDir(LimitNodes::kVtermDec);  // opening a directory for writing fails
-    NonDcVolLimitator buck("NonDcVoltLimitator");
-    FakeEstimator basp("BASP", {&buck});
+    // Every buck type is dropped after its fourth failure; the gauge keeps its value.
     for (int level = 10; level < 15; ++level) {
         basp.NotifyOne("NonDcVoltLimitator", level);
     }
@@ -166,12 +77,61 @@ TEST_F(LimitatorTest, BuckTypesAreDroppedWhileTheGaugeKeepsItsValue) {
     EXPECT_EQ(dev.CountLogContaining("not support set vterm_dec"), 4);
 }
 
-TEST(LimitatorMatchTest, VoltageLimitatorsServeAllAndTheirOwnTypes) {
-    DcVoltLimitator dc("DcVoltLimitator");
+TEST_F(LimitatorTest, EqualVoltageDemandsKeepTheEarlierNameAndEveryTypeIsWritten) {
+    NodeTap vterm(dev, LimitNodes::kVtermDec);
+    NodeTap coul(dev, LimitNodes::kBaspCoulVdec);
     NonDcVolLimitator buck("NonDcVoltLimitator");
-    EXPECT_TRUE(dc.Match("all") && dc.Match("sc") && buck.Match("all") && buck.Match("pd"));
-    EXPECT_FALSE(dc.Match("SC") || dc.Match("pd") || buck.Match("sc") || buck.Match(""));
-    EXPECT_TRUE(DcCurLimitator("DcCurLimitator").Match("anything"));
+    FakeEstimator app("AppEstimator", {&buck});
+    FakeEstimator basp("BaspEstimator", {&buck});
+    ExpectSteps("NonDcVoltLimitator",
+                {{&basp, 40, "40|quen dcp 40quen fcp 40quen pd 40quen wl 40"},
+                 {&app, 20, "|"},  // smaller: no change
+                 {&basp, 20, "20|quen dcp 20quen fcp 20quen pd 20quen wl 20"}},  // a tie
+                [&] { return coul.Take() + "|" + vterm.Take(); });
+    EXPECT_TRUE(dev.HasLog("refresh buck charger voltage of AppEstimator limit 20.000000\n"));
+    EXPECT_EQ(RecordOf("NonDcVoltLimitator"), (LimitRecord{"AppEstimator", "20"}));
+}
+
+// Runs `body` while the process's writes to regular files fail beyond `bytes` (the line is
+// cut short, so the writer reports a failure): a node that takes short lines only.
+void WithWritesCutAt(rlim_t bytes, const std::function<void()>& body) {
+    struct rlimit saved {};
+    getrlimit(RLIMIT_FSIZE, &saved);
+    struct rlimit cut = {bytes, saved.rlim_max};
+    sighandler_t oldHandler = signal(SIGXFSZ, SIG_IGN);
+    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &cut), 0);
+    body();
+    setrlimit(RLIMIT_FSIZE, &saved);
+    signal(SIGXFSZ, oldHandler);
+}
+
+TEST_F(LimitatorTest, ChargerTypeRejectedFourTimesInARowIsDropped) {
+    dev.Remove("/log/soh");  // keep the parameter store out of the size limit
+    dev.Write(LimitNodes::kVtermDec, "");
+    DcVoltLimitator dc("DcVoltLimitator");
+    FakeEstimator basp("BASP", {&dc});
+    const std::string dropped = "direct charger type wl_sc not support set vterm_dec\n";
+    int level = 40;
+    auto updates = [&](int times) {
+        for (int i = 0; i < times; ++i) {
+            basp.NotifyOne("DcVoltLimitator", ++level);
+        }
+    };
+    // "quen wl_sc NN" is 13 bytes, "quen lvc NN" 11.
+    WithWritesCutAt(12, [&] { updates(3); });
+    updates(1);  // accepted: the count starts again
+    WithWritesCutAt(12, [&] { updates(3); });
+    EXPECT_EQ(dev.CountLog(dropped), 0);
+    WithWritesCutAt(12, [&] { updates(1); });
+    EXPECT_EQ(dev.CountLog(dropped), 1);
+    const std::string cut = std::string("write file ") + LimitNodes::kVtermDec + " len 12 failed";
+    EXPECT_EQ(dev.CountLogContaining(cut), 7);
+
+    NodeTap node(dev, LimitNodes::kVtermDec);
+    updates(1);
+    EXPECT_EQ(node.Take(), "quen lvc 49quen sc 49");
+    EXPECT_TRUE(dev.HasLog("refresh direct charger voltage of BASP limit 49.000000\n"));
+    EXPECT_EQ(dev.CountLogContaining("not support set vterm_dec"), 1);
 }
 
 }  // namespace

@@ -8,7 +8,9 @@
 
 #include <initializer_list>
 #include <string>
+#include <tuple>
 #include <utility>
+#include <vector>
 
 #include "core/soh_configure.h"
 #include "core/soh_estimator.h"
@@ -34,23 +36,18 @@ public:
 class NodeTap {
 public:
     NodeTap(FakeDevice& dev, const std::string& node) {
-        const std::string host = dev.HostPath(node);
         dev.Write(node, "");  // creates the parent directories
         dev.Remove(node);
-        EXPECT_EQ(mkfifo(host.c_str(), 0644), 0) << host;
-        fd_ = open(host.c_str(), O_RDWR | O_NONBLOCK);
-        EXPECT_GE(fd_, 0) << host;
+        EXPECT_EQ(mkfifo(dev.HostPath(node).c_str(), 0644), 0) << node;
+        fd_ = open(dev.HostPath(node).c_str(), O_RDWR | O_NONBLOCK);
     }
     ~NodeTap() { close(fd_); }
-    NodeTap(const NodeTap&) = delete;
-    NodeTap& operator=(const NodeTap&) = delete;
 
     // Everything written since the last call.
     std::string Take() {
         std::string out;
         char buf[256];
-        ssize_t n;
-        while ((n = read(fd_, buf, sizeof(buf))) > 0) {
+        for (ssize_t n; (n = read(fd_, buf, sizeof(buf))) > 0;) {
             out.append(buf, static_cast<size_t>(n));
         }
         return out;
@@ -59,6 +56,18 @@ public:
 private:
     int fd_ = -1;
 };
+
+// One demand of an estimator and what the watched nodes received because of it.
+using Step = std::tuple<FakeEstimator*, double, std::string>;
+
+// Sends each step's demand to `protector` and compares `taken()` with what the step expects.
+template <typename Taken>
+void ExpectSteps(const std::string& protector, const std::vector<Step>& steps, Taken taken) {
+    for (const auto& [estimator, demand, written] : steps) {
+        estimator->NotifyOne(protector, demand);
+        EXPECT_EQ(taken(), written) << estimator->GetName() << " demands " << demand;
+    }
+}
 
 // The limit record (source, value) of `protector`; ("<none>", "") when there is none.
 using LimitRecord = std::pair<std::string, std::string>;

@@ -15,59 +15,40 @@ namespace {
 
 using LimitatorThreadTest = ProtectorTest;
 
-constexpr int kThreads = 4;
-constexpr int kRounds = 200;
-
-// Runs `body(t)` for t = 0 .. 2 * kThreads - 1 on as many threads and waits for all of them.
-template <typename Body>
-void RunThreads(Body body) {
+TEST_F(LimitatorThreadTest, ConcurrentDemandsSettleOnTheCombinedLastDemands) {
+    constexpr int kEstimators = 4;
+    for (const char* node :
+         {LimitNodes::kIchgRatio, LimitNodes::kSocControl, LimitNodes::kSocStrategy}) {
+        dev.Write(node, "");
+    }
+    DcCurLimitator dc("DcCurLimitator");
+    SocLimitator soc("SocLimitator");
+    std::vector<std::unique_ptr<FakeEstimator>> own;
+    for (int t = 0; t < kEstimators; ++t) {
+        own.emplace_back(new FakeEstimator("E" + std::to_string(t), {&dc, &soc}));
+    }
+    FakeEstimator shared("SHARED", {&dc});
+    // Threads 0..3 drive an estimator each; threads 4..7 all drive SHARED, whose last demand
+    // is therefore whichever came last: all of them end with the same one. The SOC tables
+    // come from two threads per estimator, each ending with the estimator's own table.
     std::vector<std::thread> threads;
-    for (int t = 0; t < 2 * kThreads; ++t) {
-        threads.emplace_back(body, t);
+    for (int t = 0; t < 2 * kEstimators; ++t) {
+        threads.emplace_back([&, t] {
+            SOHEstimator& e = (t < kEstimators) ? *own[t] : shared;
+            SOHEstimator& socSource = *own[t % kEstimators];
+            for (int i = 0; i < 200; ++i) {
+                e.NotifyOne("DcCurLimitator", 10 + (i * 7 + t * 13) % 90);
+                socSource.NotifySocStrategy(t + 1, 50 + (i + t) % 40, 40, false);
+            }
+            e.NotifyOne("DcCurLimitator", t < kEstimators ? 60 - t : 58);
+            socSource.NotifySocStrategy(t % kEstimators + 1, 80 - t % kEstimators, 40, false);
+        });
     }
     for (std::thread& th : threads) {
         th.join();
     }
-}
-
-std::vector<std::unique_ptr<FakeEstimator>> Estimators(SOHProtector* p) {
-    std::vector<std::unique_ptr<FakeEstimator>> out;
-    for (int t = 0; t < kThreads; ++t) {
-        out.emplace_back(new FakeEstimator("E" + std::to_string(t), {p}));
-    }
-    return out;
-}
-
-TEST_F(LimitatorThreadTest, ConcurrentDemandsSettleOnTheSmallestLastDemand) {
-    dev.Write(LimitNodes::kIchgRatio, "");
-    DcCurLimitator dc("DcCurLimitator");
-    auto own = Estimators(&dc);
-    FakeEstimator shared("SHARED", {&dc});
-    // Threads 0..3 drive an estimator each; threads 4..7 all drive SHARED, whose last demand
-    // is therefore whichever came last: all of them end with the same one.
-    RunThreads([&](int t) {
-        SOHEstimator& e = (t < kThreads) ? *own[t] : shared;
-        for (int i = 0; i < kRounds; ++i) {
-            e.NotifyOne("DcCurLimitator", 10 + (i * 7 + t * 13) % 90);
-        }
-        e.NotifyOne("DcCurLimitator", t < kThreads ? 60 - t : 58);
-    });
     EXPECT_EQ(dev.Read(LimitNodes::kIchgRatio), "quen all 57");
     EXPECT_EQ(RecordOf("DcCurLimitator"), (LimitRecord{"E3", "57"}));
-}
-
-TEST_F(LimitatorThreadTest, ConcurrentSocStrategiesSettleOnTheLowestBound) {
-    dev.Write(LimitNodes::kSocControl, "");
-    dev.Write(LimitNodes::kSocStrategy, "");
-    SocLimitator soc("SocLimitator");
-    auto own = Estimators(&soc);
-    RunThreads([&](int t) {
-        SOHEstimator& e = *own[t % kThreads];  // two threads per estimator
-        for (int i = 0; i < kRounds; ++i) {
-            e.NotifySocStrategy(t + 1, 50 + (i + t) % 40, 40, false);
-        }
-        e.NotifySocStrategy(t % kThreads + 1, 80 - t % kThreads, 40, false);
-    });
     EXPECT_EQ(dev.Read(LimitNodes::kSocControl), "quen 1 40 77");
     EXPECT_EQ(dev.Read(LimitNodes::kSocStrategy), "quen 4");
     EXPECT_EQ(RecordOf("SocLimitator"), (LimitRecord{"E3", "4 40 77 1 0"}));

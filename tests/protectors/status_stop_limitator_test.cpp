@@ -13,39 +13,20 @@ TEST_F(StatusLimitatorTest, LargestLevelIsPublishedAndOnlyPositiveLevelsClaimSup
     NodeTap status(dev, LimitNodes::kIscdStatus);
     NodeTap support(dev, LimitNodes::kIscdLimitSupport);
     StatusLimitator limitator("StatusLimitator");
+    FakeEstimator app("APP", {&limitator});
     FakeEstimator asw("ASW", {&limitator});
     FakeEstimator iscd("ISCD", {&limitator});
-
-    asw.NotifyOne("StatusLimitator", 0);
-    EXPECT_EQ(status.Take(), "0");
-    EXPECT_EQ(support.Take(), "");
-    iscd.NotifyOne("StatusLimitator", 2);
-    EXPECT_EQ(status.Take(), "2");
-    EXPECT_EQ(support.Take(), std::string("1\0", 2));
+    const std::string supported("1\0", 2);
+    ExpectSteps("StatusLimitator",
+                {{&app, -1, "|"},  // -1 is where the limitator starts
+                 {&iscd, 3, "3|" + supported},
+                 {&iscd, -1, "-1|"},  // support is never reset by this limitator
+                 {&asw, 0, "0|"},
+                 {&iscd, 2, "2|" + supported},
+                 {&iscd, 0, "0|"}},  // a tie at 0: ASW, the earlier name
+                [&] { return status.Take() + "|" + support.Take(); });
     EXPECT_TRUE(dev.HasLog("refresh status of ISCD limit 2.000000\n"));
-    EXPECT_EQ(RecordOf("StatusLimitator"), (LimitRecord{"ISCD", "2"}));
-
-    iscd.NotifyOne("StatusLimitator", 0);  // a tie at 0: ASW, the earlier name
-    EXPECT_EQ(status.Take(), "0");
-    EXPECT_EQ(support.Take(), "");  // never reset by this limitator
     EXPECT_EQ(RecordOf("StatusLimitator"), (LimitRecord{"ASW", "0"}));
-}
-
-TEST_F(StatusLimitatorTest, NoDemandTakesPartButALevelBeatsIt) {
-    NodeTap status(dev, LimitNodes::kIscdStatus);
-    NodeTap support(dev, LimitNodes::kIscdLimitSupport);
-    StatusLimitator limitator("StatusLimitator");
-    FakeEstimator app("APP", {&limitator});
-    FakeEstimator iscd("ISCD", {&limitator});
-
-    app.NotifyOne("StatusLimitator", -1);
-    EXPECT_EQ(status.Take(), "");  // -1 is where the limitator starts
-    iscd.NotifyOne("StatusLimitator", 3);
-    EXPECT_EQ(status.Take(), "3");
-    EXPECT_EQ(support.Take(), std::string("1\0", 2));
-    iscd.NotifyOne("StatusLimitator", -1);
-    EXPECT_EQ(status.Take(), "-1");
-    EXPECT_EQ(support.Take(), "");
 }
 
 TEST_F(StopLimitatorTest, AZeroDemandAllowsChargingForGood) {

@@ -28,20 +28,23 @@ public:
 
     const std::string& Root() const { return root_; }
     // Host path of a device path ("/sys/..." -> "<root>/sys/...").
-    std::string HostPath(const std::string& devicePath) const;
+    std::string HostPath(const std::string& devicePath) const { return root_ + devicePath; }
 
     // Writes a file (creating its parent directories), mode 0644.
     void Write(const std::string& devicePath, const std::string& content);
     std::string Read(const std::string& devicePath) const;
     bool Exists(const std::string& devicePath) const;
+    // Removes a file or a whole directory tree.
     void Remove(const std::string& devicePath);
     void MakeDir(const std::string& devicePath);
     // Copies a directory tree from the source checkout (e.g. "examples/device") into the root.
     void CopyTree(const std::string& sourceDir);
 
-    void SetProperty(const std::string& name, const std::string& value);
-    // Empty string when unset.
-    std::string Property(const std::string& name) const;
+    void SetProperty(const std::string& name, const std::string& value) {
+        Write("/properties/" + name, value);
+    }
+    // The value as stored; empty string when unset.
+    std::string Property(const std::string& name) const { return Read("/properties/" + name); }
 
     // The big-data events sent so far, one parsed JSON object per line.
     std::vector<Json::Value> BigData() const;
@@ -52,7 +55,6 @@ public:
     bool HasLog(const std::string& text) const { return CountLog(text) > 0; }
     // Number of log lines containing `part`.
     int CountLogContaining(const std::string& part) const;
-    void ClearLogs();
 
 private:
     std::string root_;
@@ -65,6 +67,3 @@ class FakeDeviceTest : public ::testing::Test {
 protected:
     FakeDevice dev;
 };
-
-// Absolute path of a file in the source checkout (for sample data).
-std::string SourcePath(const std::string& relative);

@@ -79,6 +79,11 @@ SOHProtector* SOHEstimator::FindProtector(const std::string& name) const {
     return nullptr;
 }
 
+SOHProtector* SOHEstimator::GetProtector(const std::string& name) const {
+    std::lock_guard<std::mutex> lock(demandLock_);
+    return FindProtector(name);
+}
+
 void SOHEstimator::NotifyOne(const std::string& protectorName, double value) {
     SOHProtector* p = nullptr;
     {

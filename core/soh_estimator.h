@@ -83,6 +83,9 @@ protected:
     // StartMonitor again; "stop" tells it this estimator has ended).
     void AnnounceRunState(const std::string& state);
 
+    // The registered protector named `name`, or null.
+    SOHProtector* GetProtector(const std::string& name) const;
+
     double limit_ = -1.0;  // left to the subclasses
 
 private:

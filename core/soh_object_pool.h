@@ -3,7 +3,9 @@
 //
 // Threads: lookups and registration are serialised by the pool's own mutex, so a lookup from a
 // service thread may create an object while the main thread walks the pool. A factory must
-// not look up the same pool again (the mutex is not recursive).
+// not look up the same pool again (the mutex is not recursive). CallLock() is a second,
+// separate lock that the control service holds across a lookup and its call into the object,
+// which serialises parameter requests; the object may use the pool's lookups meanwhile.
 #pragma once
 
 #include <functional>
@@ -50,6 +52,15 @@ public:
         return {objects_.begin(), objects_.end()};
     }
 
+    // The object of `name` if it was created already; never creates one.
+    T* FindObject(const std::string& name) const {
+        std::lock_guard<std::mutex> lock(lock_);
+        auto obj = objects_.find(name);
+        return obj == objects_.end() ? nullptr : obj->second;
+    }
+
+    std::mutex& CallLock() { return callLock_; }
+
     bool HasFactory(const std::string& name) const {
         std::lock_guard<std::mutex> lock(lock_);
         return factories_.count(name) != 0;
@@ -57,6 +68,7 @@ public:
 
 private:
     mutable std::mutex lock_;  // guards factories_ and objects_
+    std::mutex callLock_;      // held by callers across a lookup and a call (see above)
     std::map<std::string, Factory> factories_;
     std::map<std::string, T*> objects_;  // owned by nobody: live until process exit
 };

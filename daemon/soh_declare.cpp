@@ -1,7 +1,10 @@
 #include "daemon/soh_declare.h"
 
+#include "basp/basp_estimator.h"
 #include "cfsd/cfsd_estimator.h"
 #include "core/soh_estimator.h"
+#include "cvt/cvt_estimator.h"
+#include "eis/eis_estimator.h"
 #include "iscd/iscd_estimator.h"
 #include "protectors/dc_cur_limitator.h"
 #include "protectors/dc_volt_limitator.h"
@@ -16,7 +19,10 @@
 void DeclearEstimators() {
     SOHObjectPool<SOHEstimator>& pool = EstimatorPool();
     pool.Register("CFSD", [](const char*) -> SOHEstimator* { return new CfsdEstimator("CFSD"); });
+    pool.Register("EIS", [](const char*) -> SOHEstimator* { return new EISEstimator("EIS"); });
+    pool.Register("BASP", [](const char*) -> SOHEstimator* { return new BaspEstimator("BASP"); });
     pool.Register("ISCD", [](const char*) -> SOHEstimator* { return new IscdEstimator("ISCD"); });
+    pool.Register("CVT", [](const char*) -> SOHEstimator* { return new CvtEstimator("CVT"); });
     pool.Register("APP", [](const char*) -> SOHEstimator* { return new AppEstimator("APP"); });
 }
 

@@ -141,8 +141,8 @@ TEST_F(AppTest, ParametersWithoutAswFallBackToTheParameterStore) {
 TEST_F(AppTest, CloseSchemeRefusesAppAndUnknownNamesAndPersistsOthers) {
     AppEstimator* app = App();
     EXPECT_EQ(app->SetPara("close_scheme", "APP"), -1);
-    EXPECT_EQ(app->SetPara("close_scheme", "BASP"), -1);  // not configured
-    EXPECT_EQ(app->SetPara("close_scheme", "CFSD"), 0);   // configured, never created
+    EXPECT_EQ(app->SetPara("close_scheme", "NOSUCH"), -1);  // not configured
+    EXPECT_EQ(app->SetPara("close_scheme", "CFSD"), 0);     // configured, never created
     EXPECT_FALSE(SOHConfigure::IsSchemeClosed("CFSD"));
     ASSERT_NE(EstimatorPool().GetObjectByName("ISCD"), nullptr);
     EXPECT_EQ(app->SetPara("close_scheme", "ISCD"), 0);

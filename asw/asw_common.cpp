@@ -1,0 +1,147 @@
+#include "asw/asw_common.h"
+
+#include <cmath>
+#include <limits>
+#include <map>
+#include <mutex>
+#include <type_traits>
+
+#include "core/device_stream.h"
+#include "platform/soh_clock.h"
+
+namespace Asw {
+namespace {
+
+struct StubState {
+    std::mutex lock;  // guards every member below
+    std::map<std::string, double> values;
+    bool stubMode = false;
+    unsigned speed = 1;
+    int64_t baseUs = 0;  // wall instant of the last speed change
+};
+
+StubState& Stub() {
+    static StubState state;
+    return state;
+}
+
+int64_t WallUs() {
+    return SohClock::WallNs() / 1000;
+}
+
+// A stub number as T: integral types truncate toward zero, wrapping like a C conversion of
+// the 64-bit integer (a negative value as unsigned is a large number); no undefined casts.
+template <typename T>
+T FromStub(double v) {
+    if (std::is_floating_point<T>::value) {
+        return static_cast<T>(v);
+    }
+    if (std::isnan(v)) {
+        return 0;
+    }
+    constexpr double kMax = 9.2e18;
+    double clamped = v > kMax ? kMax : (v < -kMax ? -kMax : v);
+    return static_cast<T>(static_cast<int64_t>(clamped));
+}
+
+}  // namespace
+
+TimePoint Now() {
+    int64_t nowUs = WallUs();
+    unsigned speed;
+    int64_t baseUs;
+    {
+        StubState& s = Stub();
+        std::lock_guard<std::mutex> guard(s.lock);
+        speed = s.speed;
+        baseUs = s.baseUs;
+    }
+    if (speed == 1) {
+        return TimePoint(std::chrono::microseconds(nowUs));
+    }
+    int64_t wholeSeconds = (nowUs - baseUs) / 1000000;
+    int64_t us = baseUs + static_cast<int64_t>(speed) * wholeSeconds * 1000000;
+    return TimePoint(std::chrono::microseconds(us));
+}
+
+int64_t ToSeconds(TimePoint t) {
+    return std::chrono::duration_cast<std::chrono::seconds>(t.time_since_epoch()).count();
+}
+
+bool SetTimeSpeed(unsigned speed) {
+    if (speed == 0) {
+        speed = 1;
+    }
+    StubState& s = Stub();
+    std::lock_guard<std::mutex> guard(s.lock);
+    if (speed == s.speed) {
+        return false;
+    }
+    s.speed = speed;
+    s.baseUs = WallUs();
+    return true;
+}
+
+unsigned GetTimeSpeed() {
+    StubState& s = Stub();
+    std::lock_guard<std::mutex> guard(s.lock);
+    return s.speed;
+}
+
+void SetStubMode(bool on) {
+    StubState& s = Stub();
+    std::lock_guard<std::mutex> guard(s.lock);
+    s.stubMode = on;
+}
+
+bool IsStubMode() {
+    StubState& s = Stub();
+    std::lock_guard<std::mutex> guard(s.lock);
+    return s.stubMode;
+}
+
+void SetValue(const std::string& name, double value) {
+    StubState& s = Stub();
+    std::lock_guard<std::mutex> guard(s.lock);
+    s.values[name] = value;
+}
+
+bool GetStubValue(const std::string& name, double& value) {
+    StubState& s = Stub();
+    std::lock_guard<std::mutex> guard(s.lock);
+    auto it = s.values.find(name);
+    if (it == s.values.end()) {
+        return false;
+    }
+    value = it->second;
+    return true;
+}
+
+void ResetStub() {
+    StubState& s = Stub();
+    std::lock_guard<std::mutex> guard(s.lock);
+    s.values.clear();
+    s.stubMode = false;
+    s.speed = 1;
+    s.baseUs = 0;
+}
+
+template <typename T>
+T ReadDeviceStrToT(const std::string& path) {
+    if (IsStubMode()) {
+        double v = 0.0;
+        return GetStubValue(path, v) ? FromStub<T>(v) : T{};
+    }
+    T value{};
+    DeviceReader reader(path);
+    if (reader.ReadStrToT(value) != 0) {
+        return std::numeric_limits<T>::max();
+    }
+    return value;
+}
+
+template unsigned ReadDeviceStrToT<unsigned>(const std::string& path);
+template int ReadDeviceStrToT<int>(const std::string& path);
+template float ReadDeviceStrToT<float>(const std::string& path);
+
+}  // namespace Asw

@@ -1,0 +1,236 @@
+#include "asw/asw_data_object.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+
+#include "asw/extra_j_value.h"
+#include "core/soh_log.h"
+
+namespace {
+
+Json::Value MakeUInt(uint64_t v) {
+    return Json::Value(
+        static_cast<Json::UInt>(std::min<uint64_t>(v, std::numeric_limits<Json::UInt>::max())));
+}
+
+int ReadCycleCount() {
+    return Asw::ReadDeviceStrToT<int>(AswNodes::kBatteryCycleCount);
+}
+
+unsigned NowSeconds(Asw::TimePoint now) {
+    int64_t s = Asw::ToSeconds(now);
+    return s < 0 ? 0u : static_cast<unsigned>(std::min<int64_t>(s, UINT32_MAX));
+}
+
+}  // namespace
+
+AswDataObject::AswDataObject(AswTable&& table, Json::Value&& data)
+    : timeTable_(table), data_(Json::objectValue), lastUpdate_(Asw::Now()) {
+    if (data.isObject()) {
+        data_.swap(data);
+    }
+    CreateFuncMaps();
+}
+
+AswDataObject::AswDataObject(const AswDataObject& other)
+    : timeTable_(other.timeTable_), data_(other.data_), lastUpdate_(Asw::Now()) {
+    CreateFuncMaps();
+}
+
+void AswDataObject::CreateFuncMaps() {
+    funcs_.clear();
+    funcs_["Psim_in"] = [this] { return PsimIn(); };
+    funcs_["Pusb_in"] = [this] { return PusbIn(); };
+    funcs_["Pvbat_ov"] = [this] { return PvbatOv(); };
+    funcs_["Ptbat_ot"] = [this] { return PtbatOt(); };
+    funcs_["Aswell"] = [this] { return Aswell(); };
+    funcs_["CycCurrent"] = [this] { return CycleCount(); };
+}
+
+void AswDataObject::Prepare() {
+    int cyc = ReadCycleCount();
+    Json::Value t = MakeUInt(NowSeconds(Asw::Now()));
+    if (data_["Tstart"].isNull()) {
+        data_["Tstart"] = t;
+        data_["CycStart"] = Json::Value(Json::Int(cyc));
+        data_["Tusb_out"] = Json::Value(Json::Int(0));
+        data_["Tstat"] = Json::Value(Json::Int(0));
+    } else if (!data_["Tend"].isNull() && ExtraJValue(data_["Tend"]) < ExtraJValue(t)) {
+        // The daemon was not running: that time is credited as time without charger.
+        Json::Value gap = ExtraJValue(t) - ExtraJValue(data_["Tend"]);
+        for (const char* key : {"Tusb_out", "Tstat"}) {
+            Json::Value& v = data_[key];
+            v = v.isNull() ? gap : ExtraJValue(v) + ExtraJValue(gap);
+        }
+    }
+    data_["Tend"] = t;
+    data_["CycEnd"] = Json::Value(Json::Int(cyc));
+}
+
+void AswDataObject::Update(unsigned vbatMv, unsigned tempC, bool usbIn, bool simIn, bool action,
+                           const AswTable& swellTable) {
+    if (firstUpdate_) {
+        firstUpdate_ = false;
+        Prepare();
+        UpdateRealSwellValue(swellTable);
+        return;
+    }
+    uint64_t speed = Asw::GetTimeSpeed();
+    uint64_t dt = speed * kStepSeconds;
+    Asw::TimePoint now = Asw::Now();
+    if (now >= lastUpdate_) {
+        int64_t e = std::chrono::duration_cast<std::chrono::seconds>(now - lastUpdate_).count();
+        if (static_cast<uint64_t>(e) < speed * kGapSeconds) {
+            dt = static_cast<uint64_t>(e);
+        }
+    }
+    unsigned step = static_cast<unsigned>(std::min<uint64_t>(dt, UINT32_MAX));
+    lastUpdate_ = now;
+    data_["Tend"] = MakeUInt(NowSeconds(now));
+    data_["CycEnd"] = Json::Value(Json::Int(ReadCycleCount()));
+
+    UpdateTValue("Tstat", true, step);
+    UpdateTValue("Tsim_in", simIn, step);
+    UpdateTValue("Tusb_in", usbIn, step);
+    UpdateTValue("Taction", action, step);
+    UpdateTusbOut(usbIn, step);
+    UpdateTtable(step, vbatMv, tempC);
+    UpdateRealSwellValue(swellTable);
+}
+
+void AswDataObject::UpdateTValue(const char* key, bool flag, unsigned dt) {
+    Json::Value& v = data_[key];
+    if (v.isNull()) {
+        v = Json::Value(Json::Int(0));
+    }
+    if (flag) {
+        v = ExtraJValue(v) + ExtraJValue(MakeUInt(dt));
+    }
+}
+
+void AswDataObject::UpdateTusbOut(bool usbIn, unsigned dt) {
+    if (usbIn) {
+        data_["Tusb_out"] = Json::Value(Json::Int(0));
+    }
+    UpdateTValue("Tusb_out", !usbIn, dt);
+}
+
+void AswDataObject::UpdateTtable(unsigned dt, unsigned vbatMv, unsigned tempC) {
+    Json::Value& cell = timeTable_(MakeUInt(vbatMv), MakeUInt(tempC));
+    cell = ExtraJValue(cell) + ExtraJValue(MakeUInt(dt));
+}
+
+void AswDataObject::UpdateRealSwellValue(const AswTable& swellTable) {
+    Json::Value p = swellTable * timeTable_;
+    if (p.isNull()) {
+        swell_ = 0.0;
+        return;
+    }
+    Json::Value perDay = ExtraJValue(p) / ExtraJValue(MakeUInt(kSecondsPerDay));
+    swell_ = ExtraJValue::IsNumeric(perDay) ? perDay.asDouble() : 0.0;
+}
+
+AswDataObject& AswDataObject::operator+=(const AswDataObject& other) {
+    timeTable_ += other.timeTable_;
+    for (const std::string& key : data_.getMemberNames()) {
+        if (!other.data_.isMember(key)) {
+            continue;
+        }
+        Json::Value& mine = data_[key];
+        const Json::Value& theirs = other.data_[key];
+        if (key == "Tstart" || key == "CycStart") {
+            if (ExtraJValue(theirs) < ExtraJValue(mine)) {
+                mine = theirs;
+            }
+        } else if (key == "Tend" || key == "CycEnd") {
+            if (ExtraJValue(mine) < ExtraJValue(theirs)) {
+                mine = theirs;
+            }
+        } else if (key == "Sim") {
+            if (!(ExtraJValue(mine) == ExtraJValue(theirs))) {
+                SOH_LOGE("asw %s value abnormal changed\n", key.c_str());
+            }
+        } else {
+            mine = ExtraJValue(mine) + ExtraJValue(theirs);
+        }
+    }
+    for (const std::string& key : other.data_.getMemberNames()) {
+        if (!data_.isMember(key)) {
+            data_[key] = other.data_[key];
+        }
+    }
+    return *this;
+}
+
+Json::Value AswDataObject::operator[](const std::string& name) const {
+    auto it = funcs_.find(name);
+    if (it != funcs_.end()) {
+        return it->second();
+    }
+    return data_.get(name, Json::Value());
+}
+
+unsigned AswDataObject::GetStatSeconds() const {
+    const Json::Value& t = data_["Tstat"];
+    if (t.isUInt64()) {
+        return static_cast<unsigned>(
+            std::min<Json::LargestUInt>(t.asLargestUInt(), std::numeric_limits<unsigned>::max()));
+    }
+    return 0;
+}
+
+void AswDataObject::SetSupportSim(unsigned sim) {
+    data_["Sim"] = Json::Value(Json::UInt(sim));
+}
+
+void AswDataObject::SetOldAswell(double swell) {
+    data_["OldAswell"] = Json::Value(swell);
+}
+
+void AswDataObject::SetThreshold(unsigned vbatMv, unsigned tempC) {
+    vbatThreshold_ = vbatMv;
+    tbatThreshold_ = tempC;
+}
+
+Json::Value AswDataObject::Time2PScale(const Json::Value& v) const {
+    const Json::Value& stat = data_["Tstat"];
+    if (v.isNull() || !stat.isUInt64() || stat.asLargestUInt() == 0) {
+        return Json::Value();
+    }
+    Json::Value ratio = ExtraJValue(v) / ExtraJValue(stat);
+    return ExtraJValue(ratio) * ExtraJValue(Json::Value(Json::UInt(100)));
+}
+
+Json::Value AswDataObject::PsimIn() const {
+    return Time2PScale(data_.get("Tsim_in", Json::Value()));
+}
+
+Json::Value AswDataObject::PusbIn() const {
+    return Time2PScale(data_.get("Tusb_in", Json::Value()));
+}
+
+Json::Value AswDataObject::PvbatOv() const {
+    return Time2PScale(timeTable_.AccumulateX(Json::Value(Json::UInt(vbatThreshold_))));
+}
+
+Json::Value AswDataObject::PtbatOt() const {
+    return Time2PScale(timeTable_.AccumulateY(Json::Value(Json::UInt(tbatThreshold_))));
+}
+
+Json::Value AswDataObject::Aswell() const {
+    double swell = swell_;
+    const Json::Value& old = data_["OldAswell"];
+    if (ExtraJValue::IsNumeric(old)) {
+        swell += old.asDouble();
+    }
+    double add = 0.0;
+    if (Asw::GetStubValue(Asw::kAswellAddKey, add)) {
+        swell += add;
+    }
+    return Json::Value(swell);
+}
+
+Json::Value AswDataObject::CycleCount() const {
+    return Json::Value(Json::Int(ReadCycleCount()));
+}

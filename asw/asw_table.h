@@ -1,0 +1,60 @@
+// AswTable: a two-axis table of the anti-swelling estimator, used both for the configured
+// swell rates (swell per day spent in a bin) and for the seconds spent in each bin.
+//
+//   X axis ("Vbat"): nx bin edges of battery voltage, mV, ascending
+//   Y axis ("Temp"): ny bin edges of battery temperature, whole degC, ascending
+//   table ("Table" in configuration, "SwellTimes" in the data file): ny + 1 rows of nx + 1
+//       numbers; row = temperature bin, column = voltage bin
+//
+// Bin k of an axis holds edge[k-1] < v <= edge[k] (closed on the right); bin 0 holds
+// v <= edge[0] and the extra bin n holds v > edge[n-1]. Edge order is not checked. Values
+// are compared and added with ExtraJValue, so counters of any JSON number kind mix.
+//
+// A table is legal when both axes are non-empty arrays, the table has exactly ny + 1 rows
+// and every row is an array of exactly nx + 1 elements. Nothing here throws on a malformed
+// table: cell access on an illegal table resets cell [0][0] to 0 and returns it.
+//
+// No shared state; one thread per object.
+#pragma once
+
+#include <json/json.h>
+
+class AswTable {
+public:
+    // Copies the axes and the table; a null table on array axes becomes all zeros.
+    AswTable(const Json::Value& x, const Json::Value& y, const Json::Value& table);
+    AswTable(const Json::Value& x, const Json::Value& y);
+    AswTable(const AswTable& other) = default;
+    AswTable& operator=(const AswTable& other) = default;
+    virtual ~AswTable() = default;
+
+    bool IsLegal() const;
+    // Same non-empty array axes; the cells are not compared.
+    bool operator==(const AswTable& other) const;
+    // Adds the other table cell by cell when both are legal with equal axes; else no change.
+    AswTable& operator+=(const AswTable& other);
+    // Sum over all cells of cell * other cell (signed 0 for no cells); null unless the axes
+    // are equal.
+    Json::Value operator*(const AswTable& other) const;
+    // The cell of the bin holding (x, y).
+    Json::Value& operator()(const Json::Value& x, const Json::Value& y);
+    // Sum of the cells of every row in columns j = 1..nx with j == nx or t < X[j]
+    // (column 0 is never counted).
+    Json::Value AccumulateX(const Json::Value& threshold) const;
+    // Sum of all cells of rows i = 1..ny with i == ny or t < Y[i] (row 0 is never counted).
+    Json::Value AccumulateY(const Json::Value& threshold) const;
+
+    const Json::Value& X() const { return x_; }
+    const Json::Value& Y() const { return y_; }
+    const Json::Value& Table() const { return table_; }
+
+private:
+    void InitValueSpace();
+    bool HasAxes() const;
+    // Cell [row][column], or null when it does not exist.
+    const Json::Value& Cell(Json::ArrayIndex row, Json::ArrayIndex column) const;
+
+    Json::Value x_;
+    Json::Value y_;
+    Json::Value table_;
+};

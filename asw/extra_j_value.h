@@ -1,0 +1,43 @@
+// ExtraJValue: arithmetic and comparison over JSON numbers whose kind (signed integer,
+// unsigned integer, real) may differ, as the anti-swelling counters and tables mix them.
+//
+// A value is numeric when its JSON type is a signed integer, an unsigned integer or a real.
+// - Calculate(b, f): null when either operand is not numeric. Otherwise r = f(a, b) in
+//   doubles; when both operands are integral (integer kinds, or reals without a fraction)
+//   the result is an integer: r > 0 gives an unsigned r truncated and saturated at
+//   4294967295, r <= 0 a signed r truncated toward zero (saturated at -2147483648).
+//   Otherwise the result is the real r.
+// - +, -, * are Calculate with the obvious function; / is null for a non-numeric operand,
+//   signed 0 when |b| < 1e-6, else the real a / b (even for integer operands).
+// - < and ==: jsoncpp's own comparison when both have the same JSON type or either is not
+//   numeric; otherwise decided by the sign of a - b (equal: |a - b| < 1e-6 for reals).
+//
+// Holds a copy of its value; operations never change the operands. No shared state.
+#pragma once
+
+#include <json/json.h>
+
+#include <functional>
+
+class ExtraJValue {
+public:
+    explicit ExtraJValue(const Json::Value& value) : value_(value) {}
+    virtual ~ExtraJValue() = default;
+
+    Json::Value operator+(const ExtraJValue& other) const;
+    Json::Value operator-(const ExtraJValue& other) const;
+    Json::Value operator*(const ExtraJValue& other) const;
+    Json::Value operator/(const ExtraJValue& other) const;
+    bool operator<(const ExtraJValue& other) const;
+    bool operator==(const ExtraJValue& other) const;
+
+    Json::Value Calculate(const ExtraJValue& other,
+                          const std::function<double(double, double)>& func) const;
+
+    const Json::Value& Value() const { return value_; }
+    // True for the signed, unsigned and real JSON types.
+    static bool IsNumeric(const Json::Value& v);
+
+private:
+    Json::Value value_;
+};

@@ -1,0 +1,310 @@
+#include "eis/eis_estimator.h"
+
+#include <bms_interface.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <openssl/sha.h>
+#include <poll.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <thread>
+
+#include "core/soh_configure.h"
+#include "core/soh_enviroment.h"
+#include "core/soh_file.h"
+#include "core/soh_log.h"
+#include "eis/eis_judge.h"
+#include "eis/eis_nodes.h"
+#include "eis/eis_unifier.h"
+#include "platform/soh_clock.h"
+#include "platform/soh_root.h"
+
+namespace {
+
+int OpenNode(const std::string& node) {
+    return open(SohRoot::RootPath(node).c_str(), O_RDONLY | O_CLOEXEC);
+}
+
+}  // namespace
+
+EISEstimator::EISEstimator(const std::string& name) : SOHEstimator(name) {
+    const Json::Value& cfg = *GetJsonValue();
+    InitMonitors(cfg.isObject() ? cfg["Monitors"] : Json::Value());
+    InitParas(cfg.isObject() ? cfg["Parameters"] : Json::Value());
+}
+
+void EISEstimator::InitMonitors(const Json::Value& monitors) {
+    if (!monitors.isObject()) {
+        return;
+    }
+    for (const std::string& name : monitors.getMemberNames()) {
+        const Json::Value& nodes = monitors[name];
+        EisMonitor monitor{name, {}};
+        for (const std::string& node :
+             nodes.isObject() ? nodes.getMemberNames() : std::vector<std::string>()) {
+            const Json::Value& type = nodes[node];
+            if (!type.isInt() || MakeInfo(type.asInt()) == nullptr) {
+                continue;
+            }
+            int fd = OpenNode(node);
+            if (fd < 0) {
+                SOH_LOGE("%s can't open\n", node.c_str());
+                continue;
+            }
+            close(fd);
+            monitor.nodes.emplace_back(node, type.asInt());
+        }
+        if (!monitor.nodes.empty()) {
+            monitors_.push_back(std::move(monitor));
+        }
+    }
+}
+
+void EISEstimator::InitParas(const Json::Value& paras) {
+    if (!paras.isObject()) {
+        SOH_LOGE("Add configure for EIS fail\n");
+    } else {
+        paras_.AddConfig(paras, GetName());
+        for (const std::string& group : paras.getMemberNames()) {
+            paras_.Print2Log(group, "  ");
+        }
+    }
+    if (!paras_.GetPara(kRecorderGroup, "versionRecorder", version_) ||
+        !paras_.GetPara(kRecorderGroup, "rawSizeRecorder", rawSize_) ||
+        !paras_.GetPara(kRecorderGroup, "setSizeRecorder", setSize_)) {
+        version_ = rawSize_ = setSize_ = 0;
+        SOH_LOGI("using default pbversion:%d\n", 0);
+    }
+}
+
+std::unique_ptr<EisInfo> EISEstimator::MakeInfo(int type) {
+    switch (type) {
+        case PROCESSOR_ACR:
+            return std::make_unique<AcrInfo>();
+        case PROCESSOR_DCR:
+            return std::make_unique<DcrInfo>();
+        default:
+            return nullptr;
+    }
+}
+
+void EISEstimator::StartMonitor() {
+    if (!CanStartMonitor("") || monitors_.empty()) {
+        return;
+    }
+    SetRunState("run");
+    {
+        std::lock_guard<std::mutex> lock(liveLock_);
+        live_ = 1;  // held by this start-up, so that a quick monitor cannot end it early
+    }
+    for (size_t i = 0; i < monitors_.size(); ++i) {
+        {
+            std::lock_guard<std::mutex> lock(liveLock_);
+            ++live_;
+        }
+        SOH_LOGI("%s was going to start\n", monitors_[i].name.c_str());
+        try {
+            std::thread([this, i] {
+                Monitor(i);
+                MonitorEnded();
+            }).detach();
+        } catch (...) {
+            MonitorEnded();  // this one never ran
+            MonitorEnded();  // nor will the rest
+            throw;           // std::system_error: "thread constructor failed"
+        }
+    }
+    MonitorEnded();
+}
+
+void EISEstimator::MonitorEnded() {
+    std::lock_guard<std::mutex> lock(liveLock_);
+    if (--live_ == 0) {
+        AnnounceRunState("stop");
+    }
+}
+
+void EISEstimator::Monitor(size_t index) {
+    const EisMonitor& monitor = monitors_[index];
+    const char* name = monitor.name.c_str();
+    std::vector<struct pollfd> fds;
+    std::vector<const std::pair<std::string, int>*> nodes;
+    for (const auto& node : monitor.nodes) {
+        SOH_LOGI("%s in %s was going to be monitored\n", node.first.c_str(), name);
+        int fd = OpenNode(node.first);
+        char byte = 0;
+        if (fd < 0 || read(fd, &byte, 1) != 1) {
+            SOH_LOGE("fail read fd of %s in %s\n", node.first.c_str(), name);
+            if (fd >= 0) {
+                close(fd);
+            }
+            continue;
+        }
+        SOH_LOGI("1 byte read success form fd of %s\n", node.first.c_str());
+        lseek(fd, 0, SEEK_SET);
+        fds.push_back({fd, POLLPRI, 0});
+        nodes.push_back(&node);
+    }
+    const bool normalMode = BmsPropertyIsNormalMode();
+    while (!fds.empty()) {
+        SOH_LOGI("poll start in %s\n", name);
+        for (struct pollfd& p : fds) {
+            p.revents = 0;
+        }
+        int n = SohClock::Poll(fds.data(), fds.size(), -1);
+        if (SOHConfigure::IsSchemeClosed(GetName())) {
+            SOH_LOGE("cvt has closed by app\n");  // wording shared with the CVT monitor
+            break;
+        }
+        if (n < 0) {
+            int err = errno;
+            SOH_LOGE("poll error:%d found in %s\n", err, name);
+            if (err == EINTR) {
+                continue;
+            }
+            break;
+        }
+        if (n == 0) {
+            SOH_LOGE("poll time out in %s\n", name);
+            continue;
+        }
+        for (size_t i = 0; i < fds.size(); ++i) {
+            if ((fds[i].revents & POLLPRI) == 0) {
+                continue;
+            }
+            const std::string& path = nodes[i]->first;
+            SOH_LOGI("monitor %s node file receive event %x\n", path.c_str(),
+                     static_cast<unsigned>(fds[i].revents));
+            std::unique_ptr<EisInfo> info = MakeInfo(nodes[i]->second);
+            if (info == nullptr) {
+                SOH_LOGE("can't find process for %s\n", path.c_str());
+            } else if (!Processor(normalMode, fds[i].fd, *info)) {
+                SOH_LOGE("process %s datum failed\n", path.c_str());
+            }
+        }
+    }
+    for (struct pollfd& p : fds) {
+        close(p.fd);
+    }
+    SOH_LOGI("%s was going to be terminaled\n", name);
+}
+
+bool EISEstimator::Processor(bool mode, int fd, EisInfo& info) {
+    if (!info.GetInfo(fd) || !info.Info2Bigdata()) {
+        return false;
+    }
+    if (mode && !info.ReportBigdata()) {
+        SOH_LOGE("acr big data report failed in noraml mode\n");
+    }
+    if (version_ == 0) {
+        if (!info.RecordBigdata()) {
+            SOH_LOGE("big data record failed\n");
+            return false;
+        }
+        return true;
+    }
+    Eis::HistoryData hist;
+    GetHistData(hist);  // a history that does not verify is started anew
+    Eis::RawDatum* datum = hist.add_raw();
+    if (datum == nullptr) {
+        SOH_LOGE("update raw data set failed in %s\n", "Processor");
+        return false;
+    }
+    info.ToRawDatum(*datum);
+    if (!Add2UnifySet(info.GetType(), *datum, hist)) {
+        SOH_LOGE("update unified data set failed in %s\n", "Processor");
+        return false;
+    }
+    if (!JudgeStatus(info.GetType(), hist)) {
+        SOH_LOGE("judgement for battery SOH failed in %s\n", "Processor");
+        return false;
+    }
+    return true;
+}
+
+bool EISEstimator::HistHash(const Eis::HistoryData& hist, std::string& hash) {
+    Eis::HistoryData unsealed(hist);
+    unsealed.clear_hash();
+    std::string bytes;
+    if (!unsealed.SerializeToString(&bytes)) {
+        return false;
+    }
+    unsigned char digest[SHA256_DIGEST_LENGTH + 1] = {};
+    SHA256(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), digest);
+    // Stored files keep the digest as a C string: up to its first zero byte.
+    hash.assign(reinterpret_cast<const char*>(digest));
+    return true;
+}
+
+bool EISEstimator::GetHistData(Eis::HistoryData& hist) {
+    hist.Clear();
+    if (SOHEnviroment::IsBatteryChanged() && SohFile::Exists(EisNodes::kHistFile) &&
+        SohFile::Rename(EisNodes::kHistFile, EisNodes::kHistBackFile) != 0) {
+        SOH_LOGE("EIS hist file rename fail:%s\n", strerror(errno));
+    }
+    bool ok = false;
+    bool parsed = false;
+    bool read = false;
+    {
+        std::shared_lock<std::shared_mutex> lock(histLock_);
+        std::string bytes;
+        read = SohFile::ReadAll(EisNodes::kHistFile, bytes);
+        parsed = read && hist.ParseFromString(bytes);
+    }
+    if (!read) {
+        SOH_LOGE("can't open %s in %s\n", EisNodes::kHistFile, "GetHistData");
+    } else if (!parsed) {
+        SOH_LOGE("can't parse from %s\n", EisNodes::kHistFile);
+    } else if (hist.version() != version_ &&
+               (version_ == 0 || hist.version() / 1000 != version_ / 1000)) {
+        SOH_LOGE("transform version %u -> %u failed\n", hist.version(), version_);
+    } else if (!hist.has_hash()) {
+        SOH_LOGE("hash verified failed, no hash\n");
+    } else {
+        std::string expected;
+        if (!HistHash(hist, expected)) {
+            SOH_LOGE("serialize to string failed in %s\n", "GetHistData");
+        } else if (hist.hash() != expected) {
+            SOH_LOGE("hash unmatch\n");
+        } else {
+            hist.clear_hash();
+            hist.set_version(version_);
+            ok = true;
+        }
+    }
+    if (!ok) {
+        hist.Clear();
+        hist.set_version(version_);
+    }
+    return ok;
+}
+
+bool EISEstimator::Add2UnifySet(ProcessorType type, Eis::RawDatum datum, Eis::HistoryData& hist) {
+    std::string group = "Unifier" + std::to_string(static_cast<int>(type));
+    int strategy = 0;
+    if (!paras_.GetPara(group, "type", strategy)) {
+        SOH_LOGE("%s do not have type, new datum ignore to UnifySet\n", group.c_str());
+        return false;
+    }
+    std::unique_ptr<EisUnifier> unifier = EisUnifierFatory::GetUnifier(std::to_string(strategy));
+    if (!unifier->InitPara(paras_, group)) {
+        SOH_LOGE("%s initial parameter failed\n", group.c_str());
+        return false;
+    }
+    if (!unifier->UnifyAndAdd(datum, hist)) {
+        SOH_LOGE("%s unify and add raw datum failed\n", group.c_str());
+        return false;
+    }
+    return true;
+}
+
+bool EISEstimator::JudgeStatus(ProcessorType type, const Eis::HistoryData& hist) {
+    std::string group = "Judge" + std::to_string(static_cast<int>(type));
+    int strategy = 0;
+    if (!paras_.GetPara(group, "type", strategy)) {
+        SOH_LOGI("%s do not have type, no filter applied\n", group.c_str());
+        return true;
+    }
+    return EisJudgeFatory::GetJudge(std::to_string(strategy))->Judge(type, hist);
+}

@@ -1,0 +1,91 @@
+// EISEstimator ("EIS"): collects the battery's AC and DC resistance measurements.
+//
+// Configuration (the "EIS" section):
+//   "Monitors": {"<monitor>": {"<node path>": <processor type>, ...}, ...}; type 0 = ACR,
+//     1 = DCR; other values are skipped, nodes that cannot be opened at construction are
+//     skipped ("<node> can't open"), monitors left without nodes are dropped.
+//   "Parameters": algorithm-parameter groups. Group "Recorder" holds "versionRecorder" (record
+//     format version), "rawSizeRecorder" and "setSizeRecorder" (kept for the strategies);
+//     when any is missing all three are 0. Groups "Unifier<t>" and "Judge<t>" (t the processor
+//     type) name their strategy with an integer "type".
+//
+// Each measurement is read from its node (exactly one raw record), reported as a big-data
+// event when the device booted normally, and then kept: version 0 appends it to acr.dat or
+// dcr.dat; any other version adds it to the history /log/soh/eis (loaded and verified
+// afresh for every measurement; a history that fails to load is started anew) and runs the
+// unifier and the judge of its type. The default unifier refuses every datum, so on this
+// build the history path ends with "update unified data set failed in Processor".
+//
+// History verification: a stored version with the same thousands as the configured one is
+// taken over with the configured version (the digest covers the record as it was stored);
+// the hash is SHA-256 over the record serialised without field 7, compared as the text
+// before the digest's first zero byte (the stored form; HistHash makes it).
+//
+// Start: nothing when the scheme is closed or no monitor is left (the state stays "stop").
+//
+// Threads: constructed on the main thread; one detached thread per monitor. monitors_ and
+// the recorder settings are fixed after construction; paras_ locks itself; histLock_ (shared)
+// is held while the history file is read and parsed; liveLock_ guards live_, the number of
+// monitor threads not yet ended: the last one to end sets the run state "stop".
+#pragma once
+
+#include <json/json.h>
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "core/soh_algo_para.h"
+#include "core/soh_estimator.h"
+#include "eis/eis_info.h"
+#include "eisdata.pb.h"
+
+class EISEstimator : public SOHEstimator {
+public:
+    static constexpr const char* kRecorderGroup = "Recorder";
+
+    explicit EISEstimator(const std::string& name);
+
+    void StartMonitor() override;
+    void InitMonitors(const Json::Value& monitors);
+    void InitParas(const Json::Value& paras);
+
+    // Body of the thread of monitor `index`: arms its nodes and handles their events until
+    // the scheme is closed or no node is left.
+    void Monitor(size_t index);
+    // Handles one measurement on `fd`; `mode` (normal boot) allows the report.
+    bool Processor(bool mode, int fd, EisInfo& info);
+    // Loads and verifies the history; on failure `hist` is an empty history of the
+    // configured version.
+    bool GetHistData(Eis::HistoryData& hist);
+    bool Add2UnifySet(ProcessorType type, Eis::RawDatum datum, Eis::HistoryData& hist);
+    bool JudgeStatus(ProcessorType type, const Eis::HistoryData& hist);
+
+    // A new measurement object for processor type `type`; null for an unknown type.
+    static std::unique_ptr<EisInfo> MakeInfo(int type);
+    // The hash of `hist` in its stored form (see above); false when it cannot be serialised.
+    static bool HistHash(const Eis::HistoryData& hist, std::string& hash);
+
+    size_t MonitorCount() const { return monitors_.size(); }
+    uint32_t Version() const { return version_; }
+
+private:
+    struct EisMonitor {
+        std::string name;
+        std::vector<std::pair<std::string, int>> nodes;  // device path, processor type
+    };
+    void MonitorEnded();
+
+    std::vector<EisMonitor> monitors_;
+    SohAlgoPara paras_;
+    uint32_t version_ = 0;
+    uint32_t rawSize_ = 0;
+    uint32_t setSize_ = 0;
+    std::shared_mutex histLock_;
+    std::mutex liveLock_;
+    int live_ = 0;
+};

@@ -1,12 +1,19 @@
 #include "asw/asw_common.h"
 
+#include <cutils/properties.h>
+#include <time.h>
+
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <limits>
 #include <map>
 #include <mutex>
 #include <type_traits>
 
 #include "core/device_stream.h"
+#include "core/soh_file.h"
+#include "core/soh_log.h"
 #include "platform/soh_clock.h"
 
 namespace Asw {
@@ -143,5 +150,85 @@ T ReadDeviceStrToT(const std::string& path) {
 template unsigned ReadDeviceStrToT<unsigned>(const std::string& path);
 template int ReadDeviceStrToT<int>(const std::string& path);
 template float ReadDeviceStrToT<float>(const std::string& path);
+
+bool IsSameDay(int64_t t1, int64_t t2) {
+    time_t a = static_cast<time_t>(t1);
+    time_t b = static_cast<time_t>(t2);
+    struct tm ta {};
+    struct tm tb {};
+    if (localtime_r(&a, &ta) == nullptr || localtime_r(&b, &tb) == nullptr) {
+        return false;
+    }
+    return ta.tm_year == tb.tm_year && ta.tm_mon == tb.tm_mon && ta.tm_mday == tb.tm_mday;
+}
+
+bool IsFileExist(const std::string& path) {
+    return SohFile::Exists(path);
+}
+
+bool IsSimPlugIn() {
+    for (int slot = 0; slot < 3; ++slot) {
+        std::string key =
+            std::string(AswNodes::kSimPropPrefix) + std::to_string(slot) + AswNodes::kSimPropSuffix;
+        char value[PROPERTY_VALUE_MAX] = {0};
+        int rc = property_get(key.c_str(), value, "");
+        if (rc < 0) {
+            SOH_LOGE("get %s property failed %d\n", key.c_str(), rc);
+            return false;
+        }
+        if (value[0] == '\0') {
+            return false;
+        }
+        if (atoi(value) == -1) {
+            continue;
+        }
+        SOH_LOGI("%s property value is valid\n", key.c_str());
+        return true;
+    }
+    return false;
+}
+
+void UpdateStub() {
+    static const bool enabled =
+        IsFileExist(AswNodes::kTimeSpeed) && IsFileExist(AswNodes::kStubData);
+    if (!enabled) {
+        return;
+    }
+    unsigned speed = 1;
+    if (DeviceReader(AswNodes::kTimeSpeed).ReadStrToT(speed) == 0 && SetTimeSpeed(speed)) {
+        SOH_LOGI("asw time speed %u\n", GetTimeSpeed());
+    }
+    char buf[128] = {0};
+    if (DeviceReader(AswNodes::kStubData).ReadRawStr(buf, sizeof(buf)) != 0) {
+        return;
+    }
+    int mode = 0;
+    int chargerType = 0;
+    int voltage = 0;
+    int temp = 0;
+    if (sscanf(buf, "%d %d %d %d", &mode, &chargerType, &voltage, &temp) != 4) {
+        return;
+    }
+    SetValue(AswNodes::kChargerType, chargerType);
+    SetValue(AswNodes::kBatteryVoltageNow, voltage);
+    SetValue(AswNodes::kBatteryTemp, temp);
+    SetStubMode(mode != 0);
+    SOH_LOGI("asw demon data %d %d %d %d\n", mode, chargerType, voltage, temp);
+}
+
+int SendDmdToKernel(unsigned n) {
+    if (n == 0) {
+        return 0;
+    }
+    if (DeviceWriter(AswNodes::kDmdReport).Write("asw " + std::to_string(n)) != 0) {
+        SOH_LOGE("asw send dmd %d to kernel failed\n", static_cast<int>(n));
+        return -1;
+    }
+    return 0;
+}
+
+std::string GetDataFile(const std::string& name) {
+    return std::string(AswNodes::kDataDir) + AswNodes::kDataPrefix + name + AswNodes::kDataSuffix;
+}
 
 }  // namespace Asw

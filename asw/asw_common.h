@@ -24,6 +24,23 @@ constexpr const char* kBatteryCycleCount = "/sys/class/power_supply/Battery/cycl
 constexpr const char* kBatteryVoltageNow = "/sys/class/power_supply/Battery/voltage_now";  // uV
 constexpr const char* kBatteryTemp = "/sys/class/power_supply/Battery/temp";  // 0.1 degC
 constexpr const char* kChargerType = "/sys/class/vn_power/charger/charge_data/chargerType";
+// Charger connection state (non-zero: connected), read for "smart_charging".
+constexpr const char* kConnectState = "/sys/class/vn_power/power_event/connect_state";
+// Scene events for the kernel: "asw N" is written when scene event N comes into force.
+constexpr const char* kDmdReport = "/sys/devices/platform/vorlan_batt_soh/quen_dmd_report";
+// Debug stub (both must exist at the first UpdateStub for the stub to work): the time speed
+// (decimal) and "STUB CHARGER_TYPE VOLTAGE_UV TEMP_DECI_C" (four decimal integers).
+constexpr const char* kTimeSpeed = "/sys/devices/platform/vorlan_batt_soh/asw/asw_time_speed";
+constexpr const char* kStubData = "/sys/devices/platform/vorlan_batt_soh/asw/asw_data";
+// The legacy swell log (416-byte record) read once when no data file exists yet.
+constexpr const char* kOldLog = "/log/charge_monitor/batteryMonitor.log";
+// Data files: kDataDir + kDataPrefix + battery name + kDataSuffix.
+constexpr const char* kDataDir = "/log/soh/";
+constexpr const char* kDataPrefix = "asw_";
+constexpr const char* kDataSuffix = ".dat";
+// Modem signal properties: kSimPropPrefix + slot (0..2) + kSimPropSuffix; "-1" when no SIM.
+constexpr const char* kSimPropPrefix = "odm.ril.vn_modem";
+constexpr const char* kSimPropSuffix = ".rssi";
 }  // namespace AswNodes
 
 namespace Asw {
@@ -62,6 +79,21 @@ void ResetStub();
 // Instantiated for unsigned, int and float.
 template <typename T>
 T ReadDeviceStrToT(const std::string& path);
+
+// True when both instants (seconds since the epoch) fall on the same local calendar day.
+bool IsSameDay(int64_t t1, int64_t t2);
+bool IsFileExist(const std::string& path);
+// True when any of the three modem slots reports a signal (property value other than -1).
+// A failed property read answers false at once.
+bool IsSimPlugIn();
+// Test hook, called once per ASW pass: enabled only when both stub nodes exist at the first
+// call; then takes the time speed and the stub data (mode, charger type, voltage, temperature)
+// from the nodes into the stub. Does nothing when disabled.
+void UpdateStub();
+// Writes "asw N" to the kernel's scene-event node; nothing for n == 0. 0, or -1 (logged).
+int SendDmdToKernel(unsigned n);
+// The data file of the battery `name`.
+std::string GetDataFile(const std::string& name);
 
 extern template unsigned ReadDeviceStrToT<unsigned>(const std::string& path);
 extern template int ReadDeviceStrToT<int>(const std::string& path);

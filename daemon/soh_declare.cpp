@@ -1,5 +1,6 @@
 #include "daemon/soh_declare.h"
 
+#include "asw/asw_estimator.h"
 #include "basp/basp_estimator.h"
 #include "cfsd/cfsd_estimator.h"
 #include "core/soh_estimator.h"
@@ -20,6 +21,7 @@ void DeclearEstimators() {
     SOHObjectPool<SOHEstimator>& pool = EstimatorPool();
     pool.Register("CFSD", [](const char*) -> SOHEstimator* { return new CfsdEstimator("CFSD"); });
     pool.Register("EIS", [](const char*) -> SOHEstimator* { return new EISEstimator("EIS"); });
+    pool.Register("ASW", [](const char*) -> SOHEstimator* { return new AswEstimator("ASW"); });
     pool.Register("BASP", [](const char*) -> SOHEstimator* { return new BaspEstimator("BASP"); });
     pool.Register("ISCD", [](const char*) -> SOHEstimator* { return new IscdEstimator("ISCD"); });
     pool.Register("CVT", [](const char*) -> SOHEstimator* { return new CvtEstimator("CVT"); });

@@ -61,8 +61,10 @@ status_t SohService::onTransact(uint32_t code, const Parcel& data, Parcel* reply
     }
 }
 
-status_t SohService::GetPara(const Parcel& data, Parcel* reply) {
-    const std::string para = data.readString8().c_str();
+// Finds the estimator that owns `para` and runs `call` on it under the pool's call lock; the
+// routing failures give their status and message without reaching any estimator.
+template <typename Call>
+status_t SohService::Route(const std::string& para, Call call) {
     const std::string owner = FindParaObjName(para);
     if (owner.empty()) {
         SOH_LOGE("soh service obj name is null of %s\n", para.c_str());
@@ -74,34 +76,32 @@ status_t SohService::GetPara(const Parcel& data, Parcel* reply) {
         SOH_LOGE("soh service obj is null of %s\n", owner.c_str());
         return android::NAME_NOT_FOUND;
     }
-    std::string value;
-    if (estimator->GetPara(para, value) != 0) {
-        SOH_LOGE("soh service obj %s get %s failed\n", owner.c_str(), para.c_str());
-        return android::BAD_VALUE;
-    }
-    SOH_LOGI("soh service get %s:%s value %s\n", owner.c_str(), para.c_str(), value.c_str());
-    reply->writeString8(String8(value.c_str()));
-    return android::OK;
+    return call(owner, *estimator);
+}
+
+status_t SohService::GetPara(const Parcel& data, Parcel* reply) {
+    const std::string para = data.readString8().c_str();
+    return Route(para, [&](const std::string& owner, SOHEstimator& estimator) {
+        std::string value;
+        if (estimator.GetPara(para, value) != 0) {
+            SOH_LOGE("soh service obj %s get %s failed\n", owner.c_str(), para.c_str());
+            return android::BAD_VALUE;
+        }
+        SOH_LOGI("soh service get %s:%s value %s\n", owner.c_str(), para.c_str(), value.c_str());
+        reply->writeString8(String8(value.c_str()));
+        return android::OK;
+    });
 }
 
 status_t SohService::SetPara(const Parcel& data) {
     const std::string para = data.readString8().c_str();
     const std::string value = data.readString8().c_str();
-    const std::string owner = FindParaObjName(para);
-    if (owner.empty()) {
-        SOH_LOGE("soh service obj name is null of %s\n", para.c_str());
-        return android::BAD_TYPE;
-    }
-    std::lock_guard<std::mutex> lock(EstimatorPool().CallLock());
-    SOHEstimator* estimator = EstimatorPool().FindObject(owner);
-    if (estimator == nullptr) {
-        SOH_LOGE("soh service obj is null of %s\n", owner.c_str());
-        return android::NAME_NOT_FOUND;
-    }
-    if (estimator->SetPara(para, value) != 0) {
-        SOH_LOGE("soh service obj %s set %s failed\n", owner.c_str(), para.c_str());
-        return android::BAD_VALUE;
-    }
-    SOH_LOGI("soh service set %s:%s value %s\n", owner.c_str(), para.c_str(), value.c_str());
-    return android::OK;
+    return Route(para, [&](const std::string& owner, SOHEstimator& estimator) {
+        if (estimator.SetPara(para, value) != 0) {
+            SOH_LOGE("soh service obj %s set %s failed\n", owner.c_str(), para.c_str());
+            return android::BAD_VALUE;
+        }
+        SOH_LOGI("soh service set %s:%s value %s\n", owner.c_str(), para.c_str(), value.c_str());
+        return android::OK;
+    });
 }

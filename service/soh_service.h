@@ -44,6 +44,8 @@ protected:
 private:
     android::status_t GetPara(const android::Parcel& data, android::Parcel* reply);
     android::status_t SetPara(const android::Parcel& data);
+    template <typename Call>
+    android::status_t Route(const std::string& para, Call call);
 
     const android::String16 descriptor_;
     // (estimator name, parameter name), in lookup order.

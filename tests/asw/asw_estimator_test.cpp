@@ -72,6 +72,25 @@ protected:
         EXPECT_EQ(b->Init(true), 0u);
         return b;
     }
+    // Declares the protectors and "ASW", starts its monitor and waits until it sleeps.
+    static SOHEstimator* StartAsw() {
+        ProtectorPool().Register("DcVoltLimitator", [](const char* n) -> SOHProtector* {
+            return new DcVoltLimitator(n);
+        });
+        ProtectorPool().Register("NonDcVoltLimitator", [](const char* n) -> SOHProtector* {
+            return new NonDcVolLimitator(n);
+        });
+        ProtectorPool().Register(
+            "SocLimitator", [](const char* n) -> SOHProtector* { return new SocLimitator(n); });
+        EstimatorPool().Register(
+            "ASW", [](const char* n) -> SOHEstimator* { return new AswEstimator(n); });
+        SOHEstimator* asw = EstimatorPool().GetObjectByName("ASW");
+        if (asw != nullptr) {
+            asw->StartMonitor();
+            EXPECT_TRUE(Eventually([] { return SohClockTest::Sleepers() > 0; }));
+        }
+        return asw;
+    }
     // Waits (real time) until `done` holds.
     static bool Eventually(const std::function<bool()>& done) {
         auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
@@ -155,19 +174,8 @@ TEST_F(AswEstimatorTest, MidnightClosesTheDaySelectsASceneAndDemandsItsLimits) {
     dev.Write(kDataFile, DataFile(7));
     NodeTap vterm(dev, LimitNodes::kVtermDec);
     NodeTap soc(dev, LimitNodes::kSocControl);
-    ProtectorPool().Register("DcVoltLimitator",
-                             [](const char* n) -> SOHProtector* { return new DcVoltLimitator(n); });
-    ProtectorPool().Register("NonDcVoltLimitator", [](const char* n) -> SOHProtector* {
-        return new NonDcVolLimitator(n);
-    });
-    ProtectorPool().Register("SocLimitator",
-                             [](const char* n) -> SOHProtector* { return new SocLimitator(n); });
-    EstimatorPool().Register("ASW",
-                             [](const char* n) -> SOHEstimator* { return new AswEstimator(n); });
-    SOHEstimator* asw = EstimatorPool().GetObjectByName("ASW");
+    SOHEstimator* asw = StartAsw();
     ASSERT_NE(asw, nullptr);
-    asw->StartMonitor();
-    ASSERT_TRUE(Eventually([] { return SohClockTest::Sleepers() > 0; }));
     const double firstWeek = WeekSwell().load();
     EXPECT_GT(firstWeek, 0.0);
 
@@ -209,4 +217,17 @@ TEST_F(AswEstimatorTest, MidnightClosesTheDaySelectsASceneAndDemandsItsLimits) {
         return EstimatorStateEvents > 0;
     }));
     EXPECT_EQ(asw->GetRunState(), "stop");
+}
+
+TEST_F(AswEstimatorTest, SceneChangeInChargerModeSendsNoReports) {
+    dev.SetProperty("ro.bootmode", "charger");
+    dev.Write(kDataFile, DataFile(7));
+    ASSERT_NE(StartAsw(), nullptr);
+    SohClockTest::Advance(90 * kSec);
+    ASSERT_TRUE(Eventually([&] { return dev.Read(AswNodes::kDmdReport) == "asw 930101"; }));
+    ASSERT_TRUE(Eventually([&] {
+        Json::Value saved;
+        return Json::Reader().parse(dev.Read(kDataFile), saved) && saved["Scene"].asUInt() == 1u;
+    }));
+    EXPECT_TRUE(dev.BigData().empty());
 }

@@ -8,18 +8,13 @@ DcVoltLimitator::DcVoltLimitator(const std::string& name)
     : SOHLimitator(name), types_{{"lvc", 0}, {"sc", 0}, {"wl_sc", 0}} {}
 
 void DcVoltLimitator::Update(SOHEstimator* estimator) {
-    if (estimator == nullptr) {
-        return;
-    }
-    std::lock_guard<std::mutex> lock(lock_);
-    std::string winner;
-    if (!Refresh(estimator, Wins::kLargest, winner)) {
-        return;
-    }
-    SOH_LOGE("refresh direct charger voltage of %s limit %f\n", winner.c_str(), value_);
-    for (const std::string& type : WriteVtermDec(types_, winner, TruncToInt32(value_))) {
-        SOH_LOGE("direct charger type %s not support set vterm_dec\n", type.c_str());
-    }
+    UpdateCombined(estimator, Wins::kLargest, "direct charger voltage",
+                   [this](const std::string& winner, int limit) {
+                       for (const std::string& type : WriteVtermDec(types_, winner, limit)) {
+                           SOH_LOGE("direct charger type %s not support set vterm_dec\n",
+                                    type.c_str());
+                       }
+                   });
 }
 
 bool DcVoltLimitator::Match(const std::string& type) {

@@ -10,21 +10,16 @@ NonDcVolLimitator::NonDcVolLimitator(const std::string& name)
     : SOHLimitator(name), types_{{"dcp", 0}, {"fcp", 0}, {"pd", 0}, {"wl", 0}} {}
 
 void NonDcVolLimitator::Update(SOHEstimator* estimator) {
-    if (estimator == nullptr) {
-        return;
-    }
-    std::lock_guard<std::mutex> lock(lock_);
-    std::string winner;
-    if (!Refresh(estimator, Wins::kLargest, winner)) {
-        return;
-    }
-    SOH_LOGE("refresh buck charger voltage of %s limit %f\n", winner.c_str(), value_);
-    const int limit = TruncToInt32(value_);
-    // The fuel gauge follows the same decrease; a failure here is only logged by the writer.
-    DeviceWriter(LimitNodes::kBaspCoulVdec).Write(std::to_string(limit));
-    for (const std::string& type : WriteVtermDec(types_, winner, limit)) {
-        SOH_LOGE("buck charger type %s not support set vterm_dec\n", type.c_str());
-    }
+    UpdateCombined(estimator, Wins::kLargest, "buck charger voltage",
+                   [this](const std::string& winner, int limit) {
+                       // The fuel gauge follows the same decrease; a failure here is only
+                       // logged by the writer.
+                       DeviceWriter(LimitNodes::kBaspCoulVdec).Write(std::to_string(limit));
+                       for (const std::string& type : WriteVtermDec(types_, winner, limit)) {
+                           SOH_LOGE("buck charger type %s not support set vterm_dec\n",
+                                    type.c_str());
+                       }
+                   });
 }
 
 bool NonDcVolLimitator::Match(const std::string& type) {

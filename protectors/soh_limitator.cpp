@@ -41,17 +41,6 @@ void SOHLimitator::StoreDemand(SOHEstimator* estimator) {
     demands_[estimator->GetName()] = estimator->GetLimitValue(this);
 }
 
-bool SOHLimitator::Refresh(SOHEstimator* estimator, Wins wins, std::string& winner) {
-    StoreDemand(estimator);
-    Combined best = Combine(demands_, wins);
-    if (TruncToInt32(best.value) == TruncToInt32(value_)) {
-        return false;
-    }
-    value_ = best.value;
-    winner = best.winner;
-    return true;
-}
-
 std::vector<std::string> SOHLimitator::WriteVtermDec(std::vector<ChargerType>& types,
                                                      const std::string& winner, int limit) {
     std::vector<std::string> dropped;

@@ -16,11 +16,13 @@
 
 #include <cstdint>
 #include <map>
+#include <mutex>
 #include <string>
 #include <vector>
 
 #include "core/device_stream.h"
 #include "core/soh_configure.h"
+#include "core/soh_log.h"
 #include "core/soh_protector.h"
 
 class SOHLimitator : public SOHProtector {
@@ -55,11 +57,25 @@ protected:
 
     // Stores the current demand of `estimator` under its name; the caller holds lock_.
     void StoreDemand(SOHEstimator* estimator);
-    // The common first steps of Update; the caller holds lock_. Stores the demand, combines all
-    // demands, and when the combined value truncates to another integer than value_ does,
-    // stores it in value_, sets `winner` and returns true. Returns false (nothing changed)
-    // otherwise.
-    bool Refresh(SOHEstimator* estimator, Wins wins, std::string& winner);
+    // The common Update of the combining limitators: under lock_, stores the demand of
+    // `estimator` and combines all demands; when the combined value truncates to another
+    // integer than value_ does, stores it, logs "refresh <what> of <winner> limit <value>" and
+    // calls write(winner, integer) with lock_ still held. A null estimator changes nothing.
+    template <typename Write>
+    void UpdateCombined(SOHEstimator* estimator, Wins wins, const char* what, Write write) {
+        if (estimator == nullptr) {
+            return;
+        }
+        std::lock_guard<std::mutex> lock(lock_);
+        StoreDemand(estimator);
+        Combined best = Combine(demands_, wins);
+        if (TruncToInt32(best.value) == TruncToInt32(value_)) {
+            return;
+        }
+        value_ = best.value;
+        SOH_LOGE("refresh %s of %s limit %f\n", what, best.winner.c_str(), value_);
+        write(best.winner, static_cast<int>(TruncToInt32(value_)));
+    }
 
     // Records `value` as this limitator's limit from `src` in the parameter store, then writes
     // the line "quen TYPE VALUE" (no newline) to `path` in one write. The record is kept

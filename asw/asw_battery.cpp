@@ -21,7 +21,8 @@
 namespace {
 
 const Json::Value& Member(const Json::Value& object, const char* key) {
-    static const Json::Value kNull;
+    static const Json::Value& kNull = *new Json::Value;  // never destroyed: detached threads may
+                                                         // still use it while the process exits
     return object.isObject() ? object[key] : kNull;
 }
 

@@ -28,8 +28,9 @@ struct StubState {
 };
 
 StubState& Stub() {
-    static StubState state;
-    return state;
+    static StubState* state = new StubState;  // never destroyed: detached threads may still use it
+                                              // while the process exits
+    return *state;
 }
 
 int64_t WallUs() {

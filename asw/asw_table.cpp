@@ -5,8 +5,9 @@
 namespace {
 
 const Json::Value& NullValue() {
-    static const Json::Value null;
-    return null;
+    static const Json::Value* null = new Json::Value;  // never destroyed: detached threads may
+                                                       // still use it while the process exits
+    return *null;
 }
 
 // The bin of v on an axis: the first k with not (edge[k] < v), else the extra last bin.

@@ -26,8 +26,9 @@ struct LoadedConfig {
 };
 
 LoadedConfig& Config() {
-    static LoadedConfig config;
-    return config;
+    static LoadedConfig* config = new LoadedConfig;  // never destroyed: detached threads may still
+                                                     // use it while the process exits
+    return *config;
 }
 
 // Takes the next dot-separated component from the front of `rest` as a number.
@@ -220,19 +221,19 @@ std::string SOHConfigure::GetConfigPath() {
 }
 
 const Json::Value& SOHConfigure::GetEstimatorsConfigure() {
-    static const Json::Value estimators = [] {
+    static const Json::Value* estimators = new Json::Value([] {
         const Json::Value& root = GetRootConfigure();
         if (!root.isObject() || !root.isMember("Estimators")) {
             SOH_LOGE("root configure not have key(Estimators)\n");
             return Json::Value();
         }
         return root["Estimators"];
-    }();
-    return estimators;
+    }());  // never destroyed: detached threads may still use it while the process exits
+    return *estimators;
 }
 
 const std::vector<std::string>& SOHConfigure::GetEstimators() {
-    static const std::vector<std::string> names = [] {
+    static const std::vector<std::string>* names = new std::vector<std::string>([] {
         const Json::Value& estimators = GetEstimatorsConfigure();
         std::vector<std::string> out;
         if (estimators.isObject()) {
@@ -243,8 +244,8 @@ const std::vector<std::string>& SOHConfigure::GetEstimators() {
             SOH_LOGE("Can't find any estimator member\n");
         }
         return out;
-    }();
-    return names;
+    }());  // never destroyed: detached threads may still use it while the process exits
+    return *names;
 }
 
 std::vector<std::string> SOHConfigure::GetProtectorsOfEstimator(const std::string& name) {
@@ -266,7 +267,7 @@ std::vector<std::string> SOHConfigure::GetProtectorsOfEstimator(const std::strin
 }
 
 const std::set<std::string>& SOHConfigure::GetProtectors() {
-    static const std::set<std::string> protectors = [] {
+    static const std::set<std::string>* protectors = new std::set<std::string>([] {
         std::set<std::string> out;
         for (const std::string& name : GetEstimators()) {
             for (std::string& p : GetProtectorsOfEstimator(name)) {
@@ -274,6 +275,6 @@ const std::set<std::string>& SOHConfigure::GetProtectors() {
             }
         }
         return out;
-    }();
-    return protectors;
+    }());  // never destroyed: detached threads may still use it while the process exits
+    return *protectors;
 }

@@ -7,7 +7,8 @@
 #include "core/soh_log.h"
 
 std::mutex EstimatorStateLock;
-std::condition_variable EstimatorStateChanged;
+// Never destroyed: a monitor may announce its end while the process exits.
+std::condition_variable& EstimatorStateChanged = *new std::condition_variable;
 uint64_t EstimatorStateEvents = 0;
 
 SOHObjectPool<SOHEstimator>& EstimatorPool() {

@@ -25,7 +25,7 @@
 
 // Guards the run-state transitions that `main` supervises; `main` is the only waiter.
 extern std::mutex EstimatorStateLock;
-extern std::condition_variable EstimatorStateChanged;
+extern std::condition_variable& EstimatorStateChanged;
 // Number of run-state changes announced so far (guarded by EstimatorStateLock), so that `main`
 // also sees a change announced before it began to wait.
 extern uint64_t EstimatorStateEvents;

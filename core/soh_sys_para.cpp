@@ -21,8 +21,9 @@ struct SysParaState {
 };
 
 SysParaState& State() {
-    static SysParaState state;
-    return state;
+    static SysParaState* state = new SysParaState;  // never destroyed: detached threads may still
+                                                    // use it while the process exits
+    return *state;
 }
 
 void ResetRecord(SysPara& para) {

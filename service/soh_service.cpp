@@ -30,7 +30,9 @@ SohService::SohService()
 
 void SohService::Start() {
     android::sp<android::IServiceManager> manager = android::defaultServiceManager();
-    static android::sp<SohService> service = android::sp<SohService>::make();
+    // Never destroyed: the service threads serve it until the process is gone.
+    static android::sp<SohService>& service =
+        *new android::sp<SohService>(android::sp<SohService>::make());
     status_t status = manager->addService(android::String16(kServiceName), service, false,
                                           android::IServiceManager::DUMP_FLAG_PRIORITY_DEFAULT);
     if (status != android::OK) {

@@ -17,7 +17,8 @@
 namespace {
 
 std::mutex gSinkLock;  // guards gSink
-SohLogSink::Sink gSink;
+// Never destroyed: threads may still log while the process exits.
+SohLogSink::Sink& gSink = *new SohLogSink::Sink;
 bool gQuiet = false;  // written before threads start (tests)
 
 // Writes all of `data` to fd; a line is one write(2) unless the kernel splits it.

@@ -65,6 +65,8 @@ void SocLimitator::UpdateStrategy(const std::string& estimator, SohStrategy stra
         stored = std::move(strategy);
     }
     std::string winner = SelectStrategy();
+    // The table in force changed when another estimator won, or the winner's own table moved.
+    NoteWinner(winner, winner != lastSent_ || (!unchanged && winner == estimator));
     if (unchanged && winner == lastSent_) {
         return;
     }

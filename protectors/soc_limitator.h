@@ -34,6 +34,10 @@ public:
     static bool CheckStrategy(SohStrategy strategy);
 
 protected:
+    // Copies the stored tables into the snapshot; its winner is the estimator sent last.
+    // lock_ is held by SOHProtector::Snapshot.
+    void CopyStateLocked(ProtectorSnapshot& s) const override { s.strategies = strategies_; }
+
     // The steps of UpdateStrategy; each requires lock_ to be held. An empty name stands for
     // "no strategy".
     // The winning estimator's name, or "" when no enabled table has HighSoc below 100.

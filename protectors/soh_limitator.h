@@ -57,10 +57,13 @@ protected:
 
     // Stores the current demand of `estimator` under its name; the caller holds lock_.
     void StoreDemand(SOHEstimator* estimator);
+    // Copies demands_ into the snapshot; lock_ is held by SOHProtector::Snapshot.
+    void CopyStateLocked(ProtectorSnapshot& s) const override { s.demands = demands_; }
     // The common Update of the combining limitators: under lock_, stores the demand of
     // `estimator` and combines all demands; when the combined value truncates to another
     // integer than value_ does, stores it, logs "refresh <what> of <winner> limit <value>" and
-    // calls write(winner, integer) with lock_ still held. A null estimator changes nothing.
+    // calls write(winner, integer) with lock_ still held. The winner is noted for diagnostics
+    // whether or not the value changed (NoteWinner). A null estimator changes nothing.
     template <typename Write>
     void UpdateCombined(SOHEstimator* estimator, Wins wins, const char* what, Write write) {
         if (estimator == nullptr) {
@@ -69,7 +72,9 @@ protected:
         std::lock_guard<std::mutex> lock(lock_);
         StoreDemand(estimator);
         Combined best = Combine(demands_, wins);
-        if (TruncToInt32(best.value) == TruncToInt32(value_)) {
+        const bool changed = TruncToInt32(best.value) != TruncToInt32(value_);
+        NoteWinner(best.winner, changed);
+        if (!changed) {
             return;
         }
         value_ = best.value;

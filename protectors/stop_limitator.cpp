@@ -12,6 +12,7 @@ void StopLimitator::Update(SOHEstimator* estimator) {
     StoreDemand(estimator);
     for (const auto& demand : demands_) {
         if (demand.second == 0.0) {
+            NoteWinner(demand.first, value_ != 0.0);
             value_ = 0.0;
             SOH_LOGI("StopLimitator allow charging\n");
             return;

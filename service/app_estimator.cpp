@@ -6,6 +6,7 @@
 
 #include <climits>
 #include <cstring>
+#include <set>
 #include <vector>
 
 #include "core/device_stream.h"
@@ -90,7 +91,36 @@ bool ParseNumbers(const std::string& text, std::vector<uint32_t>& numbers) {
     return true;
 }
 
+// Every AppEstimator alive, so that FromPool can tell whether the pool's "APP" is one.
+struct LiveApps {
+    std::mutex lock;
+    std::set<AppEstimator*> apps;  // guarded by lock
+};
+
+LiveApps& TheLiveApps() {
+    static LiveApps* live = new LiveApps;  // never destroyed: estimators outlive exit handlers
+    return *live;
+}
+
 }  // namespace
+
+AppEstimator* AppEstimator::FromPool() {
+    SOHEstimator* app = EstimatorPool().FindObject("APP");
+    LiveApps& live = TheLiveApps();
+    std::lock_guard<std::mutex> lock(live.lock);
+    for (AppEstimator* a : live.apps) {
+        if (static_cast<SOHEstimator*>(a) == app) {
+            return a;
+        }
+    }
+    return nullptr;
+}
+
+AppEstimator::~AppEstimator() {
+    LiveApps& live = TheLiveApps();
+    std::lock_guard<std::mutex> lock(live.lock);
+    live.apps.erase(this);
+}
 
 AppEstimator::AppEstimator(const std::string& name)
     : SOHEstimator(name), defaults_{{"DcVoltLimitator", "0"},
@@ -102,6 +132,9 @@ AppEstimator::AppEstimator(const std::string& name)
     for (const auto& d : defaults_) {
         beats_[d.first] = HeartBeat{};
     }
+    LiveApps& live = TheLiveApps();
+    std::lock_guard<std::mutex> lock(live.lock);
+    live.apps.insert(this);
 }
 
 void AppEstimator::StartMonitor() {
@@ -171,6 +204,11 @@ uint32_t AppEstimator::BeatElapsed(const std::string& limitator) const {
     std::lock_guard<std::mutex> lock(lock_);
     auto it = beats_.find(limitator);
     return it == beats_.end() ? 0 : it->second.elapsed;
+}
+
+std::map<std::string, AppEstimator::HeartBeat> AppEstimator::HeartBeats() const {
+    std::lock_guard<std::mutex> lock(lock_);
+    return beats_;
 }
 
 SOHEstimator* AppEstimator::Asw() const {

@@ -35,6 +35,7 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 
 #include "core/soh_estimator.h"
@@ -47,21 +48,30 @@ public:
         "/sys/class/vn_power/power_event/connect_state";
 
     explicit AppEstimator(const std::string& name);
+    ~AppEstimator() override;
+
+    // The estimator pool's "APP" object when it is an AppEstimator, else null; never creates
+    // it. Tells the classes apart without run-time type information, which the device build
+    // does not have.
+    static AppEstimator* FromPool();
 
     void StartMonitor() override;
     int GetPara(const std::string& name, std::string& value) override;
     int SetPara(const std::string& name, const std::string& value) override;
 
-    // Heartbeat of a limitator: whether it runs and its elapsed seconds (false/0 if unknown).
-    bool IsBeatRunning(const std::string& limitator) const;
-    uint32_t BeatElapsed(const std::string& limitator) const;
-
-private:
     struct HeartBeat {
         bool running = false;
         uint32_t elapsed = 0;  // seconds since the last request, in whole steps
     };
 
+    // Heartbeat of a limitator: whether it runs and its elapsed seconds (false/0 if unknown).
+    bool IsBeatRunning(const std::string& limitator) const;
+    uint32_t BeatElapsed(const std::string& limitator) const;
+    // A copy of every heartbeat, by limitator name, taken under lock_ (any thread; waits at
+    // most for one heartbeat step or request in progress).
+    std::map<std::string, HeartBeat> HeartBeats() const;
+
+private:
     void Monitor();
     void UpdateHeartBeats();  // one 10-second step; lock_ held
 

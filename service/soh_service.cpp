@@ -5,9 +5,13 @@
 #include <bms_interface.h>
 
 #include <mutex>
+#include <vector>
 
 #include "core/soh_estimator.h"
 #include "core/soh_log.h"
+#include "service/dump_output.h"
+#include "service/soh_dump.h"
+#include "service/soh_dump_format.h"
 
 using android::Parcel;
 using android::status_t;
@@ -106,4 +110,14 @@ status_t SohService::SetPara(const Parcel& data) {
         SOH_LOGI("soh service set %s:%s value %s\n", owner.c_str(), para.c_str(), value.c_str());
         return android::OK;
     });
+}
+
+status_t SohService::dump(int fd, const android::Vector<android::String16>& args) {
+    std::vector<std::string> words;
+    for (size_t i = 0; i < args.size(); ++i) {
+        words.emplace_back(String8(args[i]).c_str());
+    }
+    const SohDumpState state = CollectDumpState();
+    return DumpOutput::Write(fd,
+                             DumpWantsJson(words) ? FormatDumpJson(state) : FormatDumpText(state));
 }

@@ -7,15 +7,22 @@
 // owns; NAME_NOT_FOUND when the owning estimator does not exist; BAD_VALUE when the estimator
 // refuses, or for code 1 without a reply parcel; any other code goes to BBinder's default.
 //
+// Dump: the platform's dump transaction reaches BBinder's default handling (after the
+// "invalid code" line like any other code) and from there dump(), which writes the daemon's
+// state (soh_dump.h) to the descriptor that came with it: text, or JSON when an argument is
+// "--json".
+//
 // Threads: transactions arrive on the service's pool threads, several at once. Each handler
 // holds the estimator pool's call lock across the lookup and the call into the estimator, so
-// parameter requests are serialised. The routing table is fixed at construction. One service
-// object per process, created by Start and kept until exit.
+// parameter requests are serialised. A dump does not take that lock: it copies the state under
+// each object's own lock briefly and writes outside every lock. The routing table is fixed at
+// construction. One service object per process, created by Start and kept until exit.
 #pragma once
 
 #include <binder/Binder.h>
 #include <binder/Parcel.h>
 #include <utils/String16.h>
+#include <utils/Vector.h>
 
 #include <string>
 #include <utility>
@@ -34,6 +41,8 @@ public:
     static void Start();
 
     const android::String16& getInterfaceDescriptor() const override { return descriptor_; }
+    // Writes the daemon's state to `fd` (not owned); OK or a negative errno status.
+    android::status_t dump(int fd, const android::Vector<android::String16>& args) override;
     // The estimator that owns `para` (exact match), or "" when none does.
     std::string FindParaObjName(const std::string& para) const;
 

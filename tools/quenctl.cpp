@@ -1,20 +1,32 @@
-// quenctl: the host client of the daemon's control service.
+// quenctl: the host client of the daemon's control service, and the record inspector.
 //
 //   quenctl [--root DIR] get NAME              prints the parameter's value
 //   quenctl [--root DIR] set NAME VALUE        sets it
 //   quenctl [--root DIR] call CODE [--s8 TEXT]...  sends any transaction code with String8
 //                                              arguments and prints the reply's String8s
+//   quenctl [--root DIR] status [--json]       prints the daemon's state (the service's dump)
+//   quenctl [--root DIR] inspect [--json] [--plot PLOTDIR]
+//                                              decodes the persistent records under DIR (a
+//                                              device root or a directory pulled from a phone)
 // DIR defaults to $QUEN_ROOT, else "/"; the service listens on DIR/dev/socket/soh.service.
 // Exit status: 0 when the service answered OK; 1 for any other status (its name and number on
-// standard error, e.g. "BAD_TYPE (-2147483647)"); 2 for usage or connection errors.
+// standard error, e.g. "BAD_TYPE (-2147483647)"); 2 for usage or connection errors. inspect
+// exits 0 once it could read DIR (damaged records are reported in its output) and 2 when DIR
+// cannot be read or the plots cannot be drawn (e.g. gnuplot is missing).
+#include <binder/IBinder.h>
+#include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+
+#include <unistd.h>
+#include <utils/String16.h>
 
 #include <string>
 #include <vector>
 
 #include "platform/host/binder_client.h"
+#include "tools/inspect/inspect_report.h"
 
 namespace {
 
@@ -27,6 +39,8 @@ void Usage(FILE* out) {
             "usage: quenctl [--root DIR] get NAME\n"
             "       quenctl [--root DIR] set NAME VALUE\n"
             "       quenctl [--root DIR] call CODE [--s8 TEXT]...\n"
+            "       quenctl [--root DIR] status [--json]\n"
+            "       quenctl [--root DIR] inspect [--json] [--plot PLOTDIR]\n"
             "DIR defaults to $QUEN_ROOT, else /. Exit: 0 OK, 1 other status, 2 usage or "
             "connection error.\n");
 }
@@ -67,6 +81,24 @@ void PrintReply(const android::Parcel& reply) {
     }
 }
 
+// Copies everything the dump wrote into `fd` (from its start) to standard output.
+bool CopyDump(int fd) {
+    if (lseek(fd, 0, SEEK_SET) != 0) {
+        return false;
+    }
+    char buf[8192];
+    for (ssize_t n; (n = read(fd, buf, sizeof(buf))) != 0;) {
+        if (n < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return false;
+        }
+        fwrite(buf, 1, static_cast<size_t>(n), stdout);
+    }
+    return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -92,6 +124,7 @@ int main(int argc, char** argv) {
 
     android::Parcel data;
     uint32_t code = 0;
+    FILE* dumpFile = nullptr;  // receives the dump; closed at exit
     const std::string& cmd = args[0];
     if (cmd == "get" && args.size() == 2) {
         code = kGet;
@@ -110,6 +143,31 @@ int main(int argc, char** argv) {
             }
             data.writeString8(android::String8(args[i + 1].c_str()));
         }
+    } else if (cmd == "status" && (args.size() == 1 || (args.size() == 2 && args[1] == "--json"))) {
+        code = android::IBinder::DUMP_TRANSACTION;
+        data.writeInt32(static_cast<int32_t>(args.size() - 1));
+        for (size_t i = 1; i < args.size(); ++i) {
+            data.writeString16(android::String16(args[i].c_str()));
+        }
+        // A file, not a pipe: the daemon writes the whole dump before it answers.
+        dumpFile = tmpfile();
+        if (dumpFile == nullptr) {
+            fprintf(stderr, "quenctl: cannot create a temporary file: %s\n", strerror(errno));
+            return 2;
+        }
+    } else if (cmd == "inspect") {
+        Inspect::Options options;
+        options.root = root.empty() ? "/" : root;
+        for (size_t i = 1; i < args.size(); ++i) {
+            if (args[i] == "--json") {
+                options.json = true;
+            } else if (args[i] == "--plot" && i + 1 < args.size()) {
+                options.plotDir = args[++i];
+            } else {
+                return UsageError("inspect takes --json and --plot PLOTDIR");
+            }
+        }
+        return Inspect::Run(options);
     } else {
         return UsageError("unknown command or wrong number of arguments");
     }
@@ -125,7 +183,8 @@ int main(int argc, char** argv) {
         return 2;
     }
     android::Parcel reply;
-    android::status_t status = client.Transact(code, data, &reply);
+    const int fd = dumpFile != nullptr ? fileno(dumpFile) : -1;
+    android::status_t status = client.Transact(code, data, &reply, 0, fd);
     if (status == android::DEAD_OBJECT) {
         fprintf(stderr, "quenctl: the service at %s closed the connection\n", socket.c_str());
         return 2;
@@ -139,6 +198,9 @@ int main(int argc, char** argv) {
         printf("%s\n", reply.readString8().c_str());
     } else if (cmd == "call") {
         PrintReply(reply);
+    } else if (dumpFile != nullptr && !CopyDump(fd)) {
+        fprintf(stderr, "quenctl: cannot read the dump back: %s\n", strerror(errno));
+        return 2;
     }
     return 0;
 }

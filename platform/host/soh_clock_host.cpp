@@ -46,6 +46,16 @@ struct RealClock {
                 speed = v;
             }
         }
+        // QUEN_CLOCK_ANCHOR (CLOCK_MONOTONIC ns, not in the future) is the real instant at which
+        // the wall clock showed QUEN_CLOCK_START: processes given the same three values share
+        // one accelerated clock exactly (the simulator and the daemon it runs).
+        if (const char* s = getenv("QUEN_CLOCK_ANCHOR")) {
+            char* end = nullptr;
+            long long v = strtoll(s, &end, 10);
+            if (end != s && *end == '\0' && v > 0 && v <= monoAtStart) {
+                monoAtStart = v;
+            }
+        }
         if (const char* s = getenv("QUEN_CLOCK_START")) {
             char* end = nullptr;
             long long v = strtoll(s, &end, 10);

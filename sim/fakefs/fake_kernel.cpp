@@ -30,12 +30,13 @@ FakeKernel::OpenFile* FileOf(fuse_file_info* fi) {
 }
 
 void* OpInit(fuse_conn_info*, fuse_config* cfg) {
-    // No caching anywhere: values, attributes and even the existence of a node can change at
-    // any moment (faults hide nodes), as in sysfs.
+    // Values are never cached: every read reaches the source, as in sysfs. Names and
+    // attributes are cached for a second, which saves a lookup and a getattr on every open;
+    // a hidden node still fails at once, because open itself checks the fault.
     cfg->direct_io = 1;
     cfg->kernel_cache = 0;
-    cfg->entry_timeout = 0;
-    cfg->attr_timeout = 0;
+    cfg->entry_timeout = 1.0;
+    cfg->attr_timeout = 1.0;
     cfg->negative_timeout = 0;
     cfg->use_ino = 0;
     return fuse_get_context()->private_data;

@@ -26,7 +26,8 @@ bool SwellProbe::Init(const std::string& root, std::string& error) {
         return false;
     }
     const Json::Value& estimators = config["Estimators"];
-    const Json::Value& asw = estimators.isObject() ? estimators["ASW"] : Json::Value::nullSingleton();
+    const Json::Value& asw =
+        estimators.isObject() ? estimators["ASW"] : Json::Value::nullSingleton();
     const Json::Value& battery = asw.isObject() ? asw["Battery"][0] : Json::Value();
     if (!battery.isObject() || !battery["Name"].isString() || !battery["SwellTabe"].isString()) {
         error = "no anti-swelling battery configured";

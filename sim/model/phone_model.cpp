@@ -23,6 +23,8 @@ constexpr uint32_t kFccNoiseSalt = 4;
 constexpr double kStartAgeOcv = 4.2;
 // The shown 100 % never falls below this true SOC, whatever a charge ended at.
 constexpr double kMinFullSoc = 0.3;
+// A charge session teaches the gauge the capacity when it covers at least this SOC span.
+constexpr double kMinLearnSocDelta = 0.3;
 
 uint32_t RoundU32(double x) {
     return x <= 0.0 ? 0u : static_cast<uint32_t>(std::lround(x));
@@ -162,6 +164,9 @@ void PhoneModel::UpdateCharging() {
     } else {
         const double shown = ShownSoc() * 100.0;
         if (shown >= limits_.socHighPct - 1e-9) {
+            if (!hold_ && sessionOpen_) {
+                EndSession();  // the window ends this charge as "done" ends a full one
+            }
             hold_ = true;
         } else if (shown < limits_.socLowPct) {
             hold_ = false;
@@ -174,6 +179,9 @@ void PhoneModel::UpdateCharging() {
     const bool allowed = plugged_ && !done_ && !hold_ && limits_.statusLevel < 1;
     if (allowed && !charging_) {
         charging_ = true;
+        if (!sessionOpen_) {
+            sessionStartSoc_ = soc_;
+        }
         sessionOpen_ = true;
         ++chargeStarts_;
     } else if (!allowed) {
@@ -231,6 +239,9 @@ void PhoneModel::Step(double dt) {
     } else if (end == ChargeEnd::kCapped) {
         hold_ = true;
         charging_ = false;
+        if (sessionOpen_) {
+            EndSession();
+        }
     }
 }
 
@@ -311,19 +322,26 @@ void PhoneModel::CompleteCharge() {
     charging_ = false;
     done_ = true;
     fullSoc_ = std::max(kMinFullSoc, soc_);
-    if (!sessionOpen_) {
-        return;
+    if (sessionOpen_) {
+        EndSession();
     }
+}
+
+void PhoneModel::EndSession() {
     sessionOpen_ = false;
-    const double noise =
-        (Noise(params_.seed, static_cast<int64_t>(agingRecords_), kFccNoiseSalt) - 0.5) * kFccNoise;
-    const uint32_t learned = RoundU32(fccAh_ * 1000.0 * (1.0 + noise));
     AgingRecord& rec = agingRecord_;
-    if (rec.fccCount == AgingRecord::kMaxFccs) {
-        std::copy(rec.fccs + 1, rec.fccs + AgingRecord::kMaxFccs, rec.fccs);
-        rec.fccs[AgingRecord::kMaxFccs - 1] = learned;
-    } else {
-        rec.fccs[rec.fccCount++] = learned;
+    // The gauge learns the capacity only from a charge long enough to measure it.
+    if (soc_ - sessionStartSoc_ >= kMinLearnSocDelta) {
+        const double noise =
+            (Noise(params_.seed, static_cast<int64_t>(agingRecords_), kFccNoiseSalt) - 0.5) *
+            kFccNoise;
+        const uint32_t learned = RoundU32(fccAh_ * 1000.0 * (1.0 + noise));
+        if (rec.fccCount == AgingRecord::kMaxFccs) {
+            std::copy(rec.fccs + 1, rec.fccs + AgingRecord::kMaxFccs, rec.fccs);
+            rec.fccs[AgingRecord::kMaxFccs - 1] = learned;
+        } else {
+            rec.fccs[rec.fccCount++] = learned;
+        }
     }
     rec.cycleCount = static_cast<uint32_t>(Cycles());
     ++agingRecords_;

@@ -21,8 +21,9 @@
 // unless charging or held above HIGH); off it, it draws the day current; at 0 % it is off.
 //
 // Events (counters that only grow): a charge start each time charging begins (plug-in,
-// resume after a hold or a lifted status, recharge); an aging record when a charge that
-// started ends at "charge done" (learned FCC, with +/-0.4 % gauge noise, appended to a ring of
+// resume after a hold or a lifted status, recharge); an aging record when a charge session
+// ends at "charge done" or at the SOC window's upper bound (the cycle count, and when the
+// session charged at least 30 % a learned FCC with +/-0.4 % gauge noise appended to a ring of
 // 5); an impedance measurement once per local day, at the first moment from eis_hour on
 // while the phone is on the charger and not charging, within that night's charger period.
 //
@@ -135,6 +136,9 @@ private:
     void UpdateCharging();
     void FlushAging();
     void CompleteCharge();
+    // Ends the open charge session: an aging record, with a learned capacity when the session
+    // charged at least kMinLearnSocDelta of the capacity.
+    void EndSession();
     void MaybeMeasureImpedance();
     double ShownSoc() const;  // 0..1
     double SocCap() const;    // the SOC at which the window stops charging (1: none)
@@ -165,7 +169,8 @@ private:
     bool charging_ = false;
     bool done_ = false;
     bool hold_ = false;
-    bool sessionOpen_ = false;  // a charge began and has not yet ended at "done"
+    bool sessionOpen_ = false;  // a charge began and has not yet ended (done, or the SOC window)
+    double sessionStartSoc_ = 0.0;  // true SOC when the open session began
 
     // Events.
     uint64_t chargeStarts_ = 0;

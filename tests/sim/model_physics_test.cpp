@@ -124,6 +124,9 @@ TEST_F(SimModelTest, SocWindowHoldsAtHighResumesBelowLowAndStatusStopsCharging) 
     EXPECT_TRUE(s.socHold);
     EXPECT_FALSE(s.charging);
     EXPECT_NEAR(s.shownSocPct, 90.0, 0.2);  // stopped at HIGH, and held there all night
+    // Reaching HIGH ends the session like a charge done: an aging record with a learned FCC.
+    EXPECT_EQ(m.AgingRecords(), 1u);
+    EXPECT_EQ(m.LastAgingRecord().fccCount, 1u);
 
     // New bounds around the present SOC keep the hold; a LOW above it lets charging resume.
     const uint64_t starts = m.ChargeStarts();
@@ -137,6 +140,9 @@ TEST_F(SimModelTest, SocWindowHoldsAtHighResumesBelowLowAndStatusStopsCharging) 
     EXPECT_EQ(m.ChargeStarts(), starts + 1);
     m.AdvanceTo(At(1, 6.5));
     EXPECT_NEAR(m.State().shownSocPct, 95.0, 0.2);
+    // A 5 % top-up is recorded, but too short to learn the capacity from.
+    EXPECT_EQ(m.AgingRecords(), 2u);
+    EXPECT_EQ(m.LastAgingRecord().fccCount, 1u);
 
     // A day of use takes it below LOW: the evening charge runs up to HIGH again.
     window.socLowPct = 80;

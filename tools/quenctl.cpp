@@ -26,7 +26,7 @@
 #include <vector>
 
 #include "platform/host/binder_client.h"
-#include "tools/inspect/inspect_report.h"
+#include "tools/records/records_report.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // sys_para.dat: the daemon's persistent system parameters.
 #include "sys_para.pb.h"
-#include "tools/inspect/inspect_decode.h"
-#include "tools/inspect/inspect_util.h"
+#include "tools/records/records_decode.h"
+#include "tools/records/records_util.h"
 
 namespace {
 constexpr const char* kVersion = "1.0";  // the only version the daemon takes over

@@ -3,8 +3,8 @@
 #include <cstring>
 
 #include "cvt/cvt_data_manage.h"
-#include "tools/inspect/inspect_decode.h"
-#include "tools/inspect/inspect_util.h"
+#include "tools/records/records_decode.h"
+#include "tools/records/records_util.h"
 
 void DecodeCvt(const std::string& bytes, InspectedRecord& r) {
     r.kind = "cvt";

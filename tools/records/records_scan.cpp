@@ -1,5 +1,5 @@
 // Locating the record files, reading them and dispatching to the decoders.
-#include "tools/inspect/inspect_scan.h"
+#include "tools/records/records_scan.h"
 
 #include <dirent.h>
 #include <errno.h>
@@ -20,7 +20,7 @@
 #include "core/soh_configure.h"
 #include "cvt/cvt_nodes.h"
 #include "eis/eis_nodes.h"
-#include "tools/inspect/inspect_decode.h"
+#include "tools/records/records_decode.h"
 
 namespace Inspect {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/inspect/inspect_record.h"
+#include "tools/records/records_record.h"
 
 namespace Inspect {
 

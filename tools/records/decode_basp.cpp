@@ -2,8 +2,8 @@
 #include <cstdint>
 
 #include "basp_db.pb.h"
-#include "tools/inspect/inspect_decode.h"
-#include "tools/inspect/inspect_util.h"
+#include "tools/records/records_decode.h"
+#include "tools/records/records_util.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include "eis/eis_estimator.h"
 #include "eis/eis_info.h"
 #include "eisdata.pb.h"
-#include "tools/inspect/inspect_decode.h"
-#include "tools/inspect/inspect_util.h"
+#include "tools/records/records_decode.h"
+#include "tools/records/records_util.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tools/inspect/inspect_util.h"
+#include "tools/records/records_util.h"
 
 #include <stdio.h>
 #include <time.h>

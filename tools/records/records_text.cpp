@@ -1,11 +1,11 @@
 // Text of each record kind, made from its decoded JSON.
-#include "tools/inspect/inspect_text.h"
+#include "tools/records/records_text.h"
 
 #include <stdio.h>
 
 #include <sstream>
 
-#include "tools/inspect/inspect_util.h"
+#include "tools/records/records_util.h"
 
 namespace Inspect {
 

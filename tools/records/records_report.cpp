@@ -1,12 +1,12 @@
-#include "tools/inspect/inspect_report.h"
+#include "tools/records/records_report.h"
 
 #include <stdio.h>
 
 #include <vector>
 
-#include "tools/inspect/inspect_plot.h"
-#include "tools/inspect/inspect_scan.h"
-#include "tools/inspect/inspect_text.h"
+#include "tools/records/records_plot.h"
+#include "tools/records/records_scan.h"
+#include "tools/records/records_text.h"
 
 namespace Inspect {
 

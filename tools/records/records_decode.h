@@ -16,7 +16,7 @@
 
 #include <string>
 
-#include "tools/inspect/inspect_record.h"
+#include "tools/records/records_record.h"
 
 void DecodeSysPara(const std::string& bytes, InspectedRecord& r);
 // `battery` is the name taken from the file name.

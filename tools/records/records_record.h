@@ -2,7 +2,7 @@
 // it could be decoded, and its content as JSON (the one form that the text output, the JSON
 // output and the plots are all made from).
 //
-// Decoders (inspect_decode.h) never throw and never trust the bytes: a damaged record gets
+// Decoders (records_decode.h) never throw and never trust the bytes: a damaged record gets
 // ok = false and an error saying what is wrong; what could still be decoded stays in `data`.
 // Units in `data`: times in seconds since the epoch (with a UTC "..._text" beside them),
 // capacities mAh, voltages mV unless a key says uV, temperatures degC unless a key says mK.

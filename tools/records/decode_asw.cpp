@@ -4,8 +4,8 @@
 
 #include "asw/asw_table.h"
 #include "asw/extra_j_value.h"
-#include "tools/inspect/inspect_decode.h"
-#include "tools/inspect/inspect_util.h"
+#include "tools/records/records_decode.h"
+#include "tools/records/records_util.h"
 
 namespace {
 

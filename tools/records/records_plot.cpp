@@ -1,5 +1,5 @@
 // Plot data, gnuplot scripts and the gnuplot run.
-#include "tools/inspect/inspect_plot.h"
+#include "tools/records/records_plot.h"
 
 #include <errno.h>
 #include <stdio.h>
@@ -14,7 +14,7 @@
 #include <set>
 #include <sstream>
 
-#include "tools/inspect/inspect_util.h"
+#include "tools/records/records_util.h"
 
 namespace Inspect {
 

@@ -17,10 +17,10 @@
 #include "eis/eis_nodes.h"
 #include "platform/host/soh_clock_test.h"
 #include "tests/support/fake_device.h"
-#include "tools/inspect/inspect_decode.h"
-#include "tools/inspect/inspect_plot.h"
-#include "tools/inspect/inspect_scan.h"
-#include "tools/inspect/inspect_text.h"
+#include "tools/records/records_decode.h"
+#include "tools/records/records_plot.h"
+#include "tools/records/records_scan.h"
+#include "tools/records/records_text.h"
 
 namespace {
 

@@ -1,98 +1,12 @@
 // The real daemon against the fake kernel, on an accelerated clock shared with the test:
 // kernel events reaching limit lines and policy bytes, an app limit timing out, and an
 // anti-swelling scene entered after a simulated week and left again.
-#include <sys/wait.h>
-#include <time.h>
-
 #include <cstring>
-#include <map>
-#include <thread>
 
 #include "basp/basp_battery.h"
-#include "sim/fakefs/fake_kernel.h"
-#include "sim/fakefs/file_nodes.h"
-#include "sim/runner/daemon_process.h"
-#include "sim/runner/sim_clock.h"
-#include "tests/support/fake_device.h"
+#include "tests/e2e/sim_fixture.h"
 
-namespace {
-
-using std::chrono::milliseconds;
-using std::chrono::seconds;
-
-constexpr const char* kVterm = "class/vn_power/interface/vterm_dec";
-constexpr const char* kIchgLimit = "class/vn_power/interface/ichg_limit";
-constexpr const char* kDmd = "devices/platform/vorlan_batt_soh/quen_dmd_report";
-constexpr const char* kAging = "devices/platform/vorlan_batt_soh/basp/basp_data";
-constexpr const char* kPolicy = "devices/platform/vorlan_batt_soh/basp/basp_policy";
-// 2026-03-01 20:00:00 in UTC+8.
-constexpr int64_t kStart = 1772366400;
-
-class SimTest : public FakeDeviceTest {
-protected:
-    void SetUp() override {
-        std::string reason;
-        if (!sim::FakeKernel::Available(reason)) {
-            GTEST_SKIP() << "FUSE is not available here (" << reason
-                         << "): the fake-kernel tests are skipped";
-        }
-        dev.CopyTree("examples/device");
-    }
-    void TearDown() override {
-        daemon.Stop(SIGTERM, 2000);
-        if (kernel) {
-            kernel->Unmount();
-        }
-    }
-    // Mounts the fake kernel over the copied tree, with `values` replacing the tree's, and
-    // starts the daemon at `speed`.
-    void Start(int64_t speed, const std::map<std::string, std::string>& values = {}) {
-        std::string error;
-        ASSERT_TRUE(nodes.Load(dev.HostPath("/sys"), error)) << error;
-        for (const auto& kv : values) {
-            nodes.Set(kv.first, kv.second);
-        }
-        kernel = std::make_unique<sim::FakeKernel>(nodes);
-        ASSERT_TRUE(kernel->Mount(dev.HostPath("/sys"), error)) << error;
-        clock = sim::SimClock::StartNow(kStart, speed);
-        ASSERT_TRUE(daemon.Start(QUEN_BINARY, {"-d"},
-                                 {{"QUEN_ROOT", dev.Root()},
-                                  {"QUEN_CLOCK_SPEED", std::to_string(speed)},
-                                  {"QUEN_CLOCK_START", std::to_string(kStart)},
-                                  {"QUEN_CLOCK_ANCHOR", std::to_string(clock.anchorNs)},
-                                  {"TZ", "CST-8"}},
-                                 dev.HostPath("/quen.log"), error))
-            << error;
-    }
-    // Waits for a write to `node` equal to `value` (or any write, when empty).
-    bool Written(const std::string& node, const std::string& value, size_t& from,
-                 seconds timeout = seconds(20)) {
-        return nodes.WaitForWrite(
-            node, [&](const std::string& d) { return value.empty() || d == value; }, from,
-            std::chrono::duration_cast<milliseconds>(timeout));
-    }
-    int Ctl(const std::string& args) {
-        std::string cmd = std::string(QUENCTL_BINARY) + " --root '" + dev.Root() + "' " + args +
-                          " >/dev/null 2>&1";
-        int status = system(cmd.c_str());
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-    // The daemon's log and every kernel write, for failure messages.
-    std::string Log() {
-        std::string writes;
-        for (const auto& w : nodes.History()) {
-            writes += w.path + " <- " + (w.data.size() == 16 ? "(16 bytes)" : w.data) + "\n";
-        }
-        return dev.Read("/quen.log") + "\nkernel writes:\n" + writes;
-    }
-
-    sim::FileNodes nodes;
-    std::unique_ptr<sim::FakeKernel> kernel;
-    sim::DaemonProcess daemon;
-    sim::SimClock clock;
-};
-
-}  // namespace
+using namespace e2e;
 
 TEST_F(SimTest, AgingEventBecomesPolicyBytesAndLimitLines) {
     Start(1);

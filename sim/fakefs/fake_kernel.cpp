@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -215,14 +216,29 @@ void FakeKernel::Unmount() {
     if (fuse_ == nullptr) {
         return;
     }
-    // Unmounting destroys the super block once no file is open on it; the kernel then ends
-    // the connection and the workers' loop returns. (Asking the loop to exit first would make
-    // the workers drop the kernel's last requests unanswered, and whoever sent them would
-    // wait for ever.)
-    fuse_unmount(fuse_);
+    // Detaching the mount destroys the super block once no file is open on it; the kernel
+    // then ends the connection and the workers' loop returns. It is detached here rather than
+    // by fuse_unmount(), which would also close the device while the workers still read from
+    // it; fuse_unmount() below finds the connection gone and only closes the descriptor.
+    // (Asking the loop to exit first would make the workers drop the kernel's last requests
+    // unanswered, and whoever sent them would wait for ever.)
+    if (geteuid() == 0) {
+        umount2(mountDir_.c_str(), MNT_DETACH);
+    } else {
+        pid_t pid = fork();
+        if (pid == 0) {
+            execlp("fusermount3", "fusermount3", "-u", "-z", mountDir_.c_str(),
+                   static_cast<char*>(nullptr));
+            _exit(127);
+        }
+        if (pid > 0) {
+            waitpid(pid, nullptr, 0);
+        }
+    }
     if (loop_.joinable()) {
         loop_.join();
     }
+    fuse_unmount(fuse_);
     {
         std::lock_guard<std::mutex> guard(lock_);
         for (OpenFile* file : open_) {

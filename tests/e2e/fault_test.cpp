@@ -91,8 +91,8 @@ TEST_F(FaultTest, RefusedWritesAreLoggedAndALaterChangeIsWritten) {
     EXPECT_TRUE(Logged("write file /sys/class/vn_power/interface/vterm_dec len")) << Log();
     EXPECT_TRUE(Alive());
     kernel->ClearFaults();
-    RaiseAging(520, 4100);  // back to level 1: a change, written again
-    EXPECT_TRUE(Written(kVterm, "quen lvc 10", from)) << Log();
+    RaiseAging(1300, 3300);  // on to level 4: a change, written again
+    EXPECT_TRUE(Written(kVterm, "quen lvc 60", from)) << Log();
 }
 
 TEST_F(FaultTest, ANodeThatDisappearsAndAnEventStormLoseNothingValid) {

@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
-scripts/build.sh build-run -DQUEN_BUILD_TESTS=OFF
+scripts/build.sh build-run -DQUEN_BUILD_TESTS=OFF -DQUEN_BUILD_BENCH=OFF
 seconds="${1:-5}"
 root="$(mktemp -d /tmp/quen-sample-XXXXXX)"
 cp -a examples/device/. "$root/"

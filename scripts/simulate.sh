@@ -6,5 +6,5 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
-scripts/build.sh build-run -DQUEN_BUILD_TESTS=OFF >/dev/null
+scripts/build.sh build-run -DQUEN_BUILD_TESTS=OFF -DQUEN_BUILD_BENCH=OFF >/dev/null
 exec build-run/sim/runner/quen-sim "$@"

@@ -6,7 +6,9 @@
 #include "core/soh_log.h"
 
 int BaspPolicyStage::Init(const Json::Value& stage, uint32_t stepIndex, uint32_t stepCount) {
-    const Json::Value& decs = stage["NonDcVoltDec"];
+    // A stage that is not an object has no decrements (and must not be indexed by key).
+    const Json::Value& decs =
+        stage.isObject() ? stage["NonDcVoltDec"] : Json::Value::nullSingleton();
     if (!decs.isArray() || decs.size() != stepCount || stepIndex >= stepCount ||
         !decs[stepIndex].isUInt()) {
         SOH_LOGE("nonDcVoltDec configure is invalid\n");

@@ -9,6 +9,7 @@
 
 #include "core/soh_configure.h"
 #include "core/soh_file.h"
+#include "core/soh_json.h"
 #include "core/soh_log.h"
 
 namespace {
@@ -168,12 +169,8 @@ int SOHConfigure::ParseJsonFile(const std::string& path, Json::Value& root) {
         SOH_LOGE("json file %s open fail\n", path.c_str());
         return -1;
     }
-    Json::CharReaderBuilder builder;
-    builder["collectComments"] = true;
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value value;
-    std::string errors;
-    if (!reader->parse(text.data(), text.data() + text.size(), &value, &errors)) {
+    if (!SohJson::Parse(text, value, true)) {
         SOH_LOGE("parse configure file %s failed\n", path.c_str());
         return -1;
     }

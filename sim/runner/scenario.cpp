@@ -4,6 +4,7 @@
 #include <time.h>
 
 #include <cmath>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -95,7 +96,13 @@ bool LoadScenario(const std::string& path, Scenario& out, std::string& error) {
     builder["rejectDupKeys"] = true;
     Json::Value root;
     std::string parseErrors;
-    if (!Json::parseFromStream(builder, in, &root, &parseErrors)) {
+    bool parsed = false;
+    try {  // the parser throws for some inputs (nesting beyond its stack limit)
+        parsed = Json::parseFromStream(builder, in, &root, &parseErrors);
+    } catch (const std::exception& e) {
+        parseErrors = e.what();
+    }
+    if (!parsed) {
         return Fail(path, "not valid JSON: " + parseErrors, error);
     }
     if (!root.isObject()) {

@@ -4,6 +4,7 @@
 
 #include "asw/asw_table.h"
 #include "asw/extra_j_value.h"
+#include "core/soh_json.h"
 #include "tools/records/records_decode.h"
 #include "tools/records/records_util.h"
 
@@ -131,10 +132,8 @@ void DecodeAsw(const std::string& bytes, const std::string& battery, const Json:
         return r.Fail("empty file");
     }
     Json::Value root;
-    Json::CharReaderBuilder builder;
     std::string errors;
-    std::istringstream in(bytes);
-    if (!Json::parseFromStream(builder, in, &root, &errors)) {
+    if (!SohJson::Parse(bytes, root, false, &errors)) {
         return r.Fail("not readable as JSON (damaged or truncated): " +
                       InspectUtil::Printable(errors.substr(0, errors.find('\n'))));
     }

@@ -1,6 +1,8 @@
 // Locating the record files, reading them and dispatching to the decoders.
 #include "tools/records/records_scan.h"
 
+#include "core/soh_json.h"
+
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -125,9 +127,7 @@ std::vector<Config> LoadConfigs(const std::string& root) {
             continue;
         }
         Config c{rel, Json::Value()};
-        Json::CharReaderBuilder builder;
-        std::istringstream in(bytes);
-        if (Json::parseFromStream(builder, in, &c.root, &error) && c.root.isObject()) {
+        if (SohJson::Parse(bytes, c.root, false, &error) && c.root.isObject()) {
             configs.push_back(std::move(c));
         }
     }

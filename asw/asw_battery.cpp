@@ -15,6 +15,7 @@
 #include "core/soh_configure.h"
 #include "core/soh_enviroment.h"
 #include "core/soh_file.h"
+#include "core/soh_json.h"
 #include "core/soh_log.h"
 #include "core/soh_week_swell.h"
 
@@ -199,11 +200,7 @@ void AswBattery::LoadDataFile() {
         CreateWithoutHistory();
         return;
     }
-    Json::CharReaderBuilder builder;
-    builder["collectComments"] = false;
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    std::string errors;
-    if (!reader->parse(text.data(), text.data() + text.size(), &root, &errors)) {
+    if (!SohJson::Parse(text, root)) {
         SOH_LOGE("read asw data file failed\n");
         CreateWithoutHistory();
         return;
@@ -286,7 +283,7 @@ void AswBattery::BuildWeek() {
     if (week_ == nullptr) {
         return;
     }
-    UpdateObj(*week_);
+    UpdateObj(*week_, ReadSample());
     Json::Value swell = (*week_)["Aswell"];
     WeekSwell().store(swell.isNumeric() ? swell.asDouble() : 0.0, std::memory_order_seq_cst);
 }
@@ -320,15 +317,17 @@ uint32_t AswBattery::Update() {
     if (addup_ == nullptr || today_ == nullptr) {
         return Asw::kFail;
     }
-    UpdateObj(*addup_);
-    UpdateObj(*today_);
+    const Sample sample = ReadSample();
+    UpdateObj(*addup_, sample);
+    UpdateObj(*today_, sample);
     TryUpdateScene();
     TrySaveDataToFile();
     return 0;
 }
 
-void AswBattery::UpdateObj(AswDataObject& object) {
-    unsigned vbat = Asw::ReadDeviceStrToT<unsigned>(AswNodes::kBatteryVoltageNow) / 1000;
+AswBattery::Sample AswBattery::ReadSample() const {
+    Sample s;
+    s.vbatMv = Asw::ReadDeviceStrToT<unsigned>(AswNodes::kBatteryVoltageNow) / 1000;
     // Tenths of a degree to whole degrees, truncated; a negative temperature is passed on as
     // a large unsigned number and so counted in the top row (a failed read likewise).
     float deci = Asw::ReadDeviceStrToT<float>(AswNodes::kBatteryTemp) / 10.0f;
@@ -340,9 +339,16 @@ void AswBattery::UpdateObj(AswDataObject& object) {
     } else if (!std::isnan(deci)) {
         temp = static_cast<int32_t>(deci);
     }
-    unsigned charger = Asw::ReadDeviceStrToT<unsigned>(AswNodes::kChargerType);
-    object.Update(vbat, static_cast<unsigned>(temp), charger != kNoCharger, Asw::IsSimPlugIn(),
-                  sceneNo_ != 0, *swellTable_);
+    s.tempC = static_cast<unsigned>(temp);
+    s.usbIn = Asw::ReadDeviceStrToT<unsigned>(AswNodes::kChargerType) != kNoCharger;
+    s.simIn = Asw::IsSimPlugIn();
+    s.cycles = Asw::ReadDeviceStrToT<int>(AswNodes::kBatteryCycleCount);
+    return s;
+}
+
+void AswBattery::UpdateObj(AswDataObject& object, const Sample& sample) {
+    object.Update(sample.vbatMv, sample.tempC, sample.usbIn, sample.simIn, sceneNo_ != 0,
+                  sample.cycles, *swellTable_);
 }
 
 void AswBattery::TryUpdateScene() {
@@ -393,7 +399,7 @@ void AswBattery::OverDay() {
     if (day == nullptr) {
         SOH_LOGE("asw current day data object create failed in overy day\n");
     } else {
-        UpdateObj(*day);
+        UpdateObj(*day, ReadSample());
         today_ = std::move(day);
     }
     SaveDataToFile();
@@ -516,7 +522,7 @@ bool AswBattery::SaveDataToFile() {
     root["Day"] = days;
     bool openFailed = false;
     Json::StreamWriterBuilder writer;
-    writer["indentation"] = "   ";
+    writer["indentation"] = "   ";  // styled text, as the record has always been written
     if (!SohFile::WriteAtomic(dataFile_, Json::writeString(writer, root), 0660, &openFailed)) {
         if (openFailed) {
             SOH_LOGE("asw open asw data file failed\n");

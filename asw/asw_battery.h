@@ -8,11 +8,11 @@
 // "SwellTabe" (name of the swell table {"Vbat", "Temp", "Table"}, swell per day in each bin),
 // "SimSupport" and "NormalSceneDmdNo" (unsigned).
 //
-// Data file (styled JSON, replaced atomically): "AswPolicy", "Vbat", "Temp" (the swell
-// table's axes), "Scene", "ConditonGroupNo" (only while a scene is in force), "TReport",
-// "Addup" (history: stored quantities + "SwellTimes") and "Day" (closed days, oldest first,
-// then today). Saved at most every 20 minutes of ASW-clock time, at each day close and when
-// the scene number changes (so that a scene survives a restart).
+// Data file (JSON written without indentation, replaced atomically): "AswPolicy", "Vbat",
+// "Temp" (the swell table's axes), "Scene", "ConditonGroupNo" (only while a scene is in force),
+// "TReport", "Addup" (history: stored quantities + "SwellTimes") and "Day" (closed days,
+// oldest first, then today). Saved at most every 20 minutes of ASW-clock time, at each day
+// close and when the scene number changes (so that a scene survives a restart).
 //
 // The closed days are kept in memory as written to the file; they are loaded from the file
 // once at Init. The week total exists once seven days have closed (at start: when the file
@@ -98,7 +98,18 @@ private:
     void BuildWeek();
     void CreateActiveScene(const Json::Value& groupNo);
 
-    void UpdateObj(AswDataObject& object);
+    // What one pass accounts, read once for all its objects: battery voltage (mV), temperature
+    // (whole degC, a negative one as a large unsigned number), charger connected, SIM present,
+    // cycle count.
+    struct Sample {
+        unsigned vbatMv = 0;
+        unsigned tempC = 0;
+        bool usbIn = false;
+        bool simIn = false;
+        int cycles = 0;
+    };
+    Sample ReadSample() const;
+    void UpdateObj(AswDataObject& object, const Sample& sample);
     void TryUpdateScene();
     void OverDay();
     void TryReportBigData();

@@ -49,7 +49,10 @@ void AswDataObject::CreateFuncMaps() {
 }
 
 void AswDataObject::Prepare() {
-    int cyc = ReadCycleCount();
+    Prepare(ReadCycleCount());
+}
+
+void AswDataObject::Prepare(int cyc) {
     Json::Value t = MakeUInt(NowSeconds(Asw::Now()));
     if (data_["Tstart"].isNull()) {
         data_["Tstart"] = t;
@@ -70,9 +73,14 @@ void AswDataObject::Prepare() {
 
 void AswDataObject::Update(unsigned vbatMv, unsigned tempC, bool usbIn, bool simIn, bool action,
                            const AswTable& swellTable) {
+    Update(vbatMv, tempC, usbIn, simIn, action, ReadCycleCount(), swellTable);
+}
+
+void AswDataObject::Update(unsigned vbatMv, unsigned tempC, bool usbIn, bool simIn, bool action,
+                           int cycles, const AswTable& swellTable) {
     if (firstUpdate_) {
         firstUpdate_ = false;
-        Prepare();
+        Prepare(cycles);
         UpdateRealSwellValue(swellTable);
         return;
     }
@@ -88,7 +96,7 @@ void AswDataObject::Update(unsigned vbatMv, unsigned tempC, bool usbIn, bool sim
     unsigned step = static_cast<unsigned>(std::min<uint64_t>(dt, UINT32_MAX));
     lastUpdate_ = now;
     data_["Tend"] = MakeUInt(NowSeconds(now));
-    data_["CycEnd"] = Json::Value(Json::Int(ReadCycleCount()));
+    data_["CycEnd"] = Json::Value(Json::Int(cycles));
 
     UpdateTValue("Tstat", true, step);
     UpdateTValue("Tsim_in", simIn, step);

@@ -49,6 +49,10 @@ public:
     // swellTable gives swell per day spent in each bin.
     virtual void Update(unsigned vbatMv, unsigned tempC, bool usbIn, bool simIn, bool action,
                         const AswTable& swellTable);
+    // The same with the battery's cycle count already read: a pass reads its samples once and
+    // hands them to every object it accounts.
+    void Update(unsigned vbatMv, unsigned tempC, bool usbIn, bool simIn, bool action, int cycles,
+                const AswTable& swellTable);
 
     // Merges another period in: tables added, earliest start, latest end, "Sim" kept (a
     // difference is logged), other counters added, keys only the other holds copied.
@@ -61,7 +65,9 @@ public:
     void SetOldAswell(double swell);
     // Thresholds (mV, degC) of "Pvbat_ov" and "Ptbat_ot", set by the scene evaluation.
     void SetThreshold(unsigned vbatMv, unsigned tempC);
+    // The first update's work (see above); the first form reads the cycle count itself.
     void Prepare();
+    void Prepare(int cycles);
 
     Json::Value PsimIn() const;
     Json::Value PusbIn() const;

@@ -51,8 +51,10 @@ public:
 private:
     void InitValueSpace();
     bool HasAxes() const;
-    // Cell [row][column], or null when it does not exist.
+    // Cell [row][column], or null when it does not exist; Row and Column are its two steps.
     const Json::Value& Cell(Json::ArrayIndex row, Json::ArrayIndex column) const;
+    const Json::Value& Row(Json::ArrayIndex row) const;
+    static const Json::Value& Column(const Json::Value& row, Json::ArrayIndex column);
 
     Json::Value x_;
     Json::Value y_;

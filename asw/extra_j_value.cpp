@@ -7,30 +7,96 @@ namespace {
 
 constexpr double kEpsilon = 1e-6;
 
-bool IsIntegral(const Json::Value& v) {
-    if (v.type() == Json::intValue || v.type() == Json::uintValue) {
+// A JSON number as the rules see it: its kind (nullValue for anything that is not numeric)
+// and its value as asDouble() gives it.
+struct Number {
+    Json::ValueType kind;
+    double value;
+};
+
+Number FromJson(const Json::Value& v) {
+    return ExtraJValue::IsNumeric(v) ? Number{v.type(), v.asDouble()} : Number{Json::nullValue, 0};
+}
+
+Json::Value ToJson(const Number& n) {
+    switch (n.kind) {
+        case Json::intValue:
+            return Json::Value(static_cast<Json::Int64>(n.value));
+        case Json::uintValue:
+            return Json::Value(static_cast<Json::UInt64>(n.value));
+        case Json::realValue:
+            return Json::Value(n.value);
+        default:
+            return Json::Value();
+    }
+}
+
+bool IsIntegral(const Number& n) {
+    if (n.kind == Json::intValue || n.kind == Json::uintValue) {
         return true;
     }
     double whole = 0.0;
-    return std::modf(v.asDouble(), &whole) == 0.0;
+    return std::modf(n.value, &whole) == 0.0;
 }
 
 // Integer result of an integral calculation (see the header).
-Json::Value ToInteger(double r) {
+Number ToInteger(double r) {
     if (r > 0) {
         constexpr double kMax = std::numeric_limits<Json::UInt>::max();
-        return Json::Value(r >= kMax ? std::numeric_limits<Json::UInt>::max()
-                                     : static_cast<Json::UInt>(r));
+        return {Json::uintValue,
+                r >= kMax ? kMax : static_cast<double>(static_cast<Json::UInt>(r))};
     }
     constexpr double kMin = std::numeric_limits<Json::Int>::min();
     if (std::isnan(r)) {
-        return Json::Value(Json::Int(0));
+        return {Json::intValue, 0};
     }
-    return Json::Value(r <= kMin ? std::numeric_limits<Json::Int>::min()
-                                 : static_cast<Json::Int>(r));
+    return {Json::intValue, r <= kMin ? kMin : static_cast<double>(static_cast<Json::Int>(r))};
+}
+
+// Calculate on plain numbers (see the header).
+template <typename F>
+Number CalculateNumbers(const Number& a, const Number& b, F func) {
+    if (a.kind == Json::nullValue || b.kind == Json::nullValue) {
+        return {Json::nullValue, 0};
+    }
+    double r = func(a.value, b.value);
+    if (IsIntegral(a) && IsIntegral(b)) {
+        return ToInteger(r);
+    }
+    return {Json::realValue, r};
+}
+
+template <typename F>
+Json::Value CalculateValues(const Json::Value& a, const Json::Value& b, F func) {
+    return ToJson(CalculateNumbers(FromJson(a), FromJson(b), func));
+}
+
+double Plus(double a, double b) {
+    return a + b;
+}
+
+double Times(double a, double b) {
+    return a * b;
 }
 
 }  // namespace
+
+ExtraJValue::Sum::Sum(const Json::Value& start) {
+    const Number n = FromJson(start);
+    kind_ = n.kind;
+    value_ = n.value;
+}
+
+void ExtraJValue::Sum::AddProduct(const Json::Value& a, const Json::Value& b) {
+    const Number product = CalculateNumbers(FromJson(a), FromJson(b), Times);
+    const Number sum = CalculateNumbers(Number{kind_, value_}, product, Plus);
+    kind_ = sum.kind;
+    value_ = sum.value;
+}
+
+Json::Value ExtraJValue::Sum::Value() const {
+    return ToJson(Number{kind_, value_});
+}
 
 bool ExtraJValue::IsNumeric(const Json::Value& v) {
     Json::ValueType t = v.type();
@@ -39,20 +105,19 @@ bool ExtraJValue::IsNumeric(const Json::Value& v) {
 
 Json::Value ExtraJValue::Calculate(const ExtraJValue& other,
                                    const std::function<double(double, double)>& func) const {
-    const Json::Value& a = value_;
-    const Json::Value& b = other.value_;
-    if (!IsNumeric(a) || !IsNumeric(b)) {
-        return Json::Value();
-    }
-    double r = func(a.asDouble(), b.asDouble());
-    if (IsIntegral(a) && IsIntegral(b)) {
-        return ToInteger(r);
-    }
-    return Json::Value(r);
+    return CalculateValues(value_, other.value_, func);
+}
+
+Json::Value ExtraJValue::Add(const Json::Value& a, const Json::Value& b) {
+    return CalculateValues(a, b, Plus);
+}
+
+Json::Value ExtraJValue::Multiply(const Json::Value& a, const Json::Value& b) {
+    return CalculateValues(a, b, Times);
 }
 
 Json::Value ExtraJValue::operator+(const ExtraJValue& other) const {
-    return Calculate(other, [](double a, double b) { return a + b; });
+    return Add(value_, other.value_);
 }
 
 Json::Value ExtraJValue::operator-(const ExtraJValue& other) const {
@@ -60,7 +125,7 @@ Json::Value ExtraJValue::operator-(const ExtraJValue& other) const {
 }
 
 Json::Value ExtraJValue::operator*(const ExtraJValue& other) const {
-    return Calculate(other, [](double a, double b) { return a * b; });
+    return Multiply(value_, other.value_);
 }
 
 Json::Value ExtraJValue::operator/(const ExtraJValue& other) const {

@@ -37,6 +37,23 @@ public:
     const Json::Value& Value() const { return value_; }
     // True for the signed, unsigned and real JSON types.
     static bool IsNumeric(const Json::Value& v);
+    // ExtraJValue(a) + ExtraJValue(b) and ExtraJValue(a) * ExtraJValue(b), without copying the
+    // operands (for loops over whole tables).
+    static Json::Value Add(const Json::Value& a, const Json::Value& b);
+    static Json::Value Multiply(const Json::Value& a, const Json::Value& b);
+
+    // A running sum of products: each step is sum = sum + a * b with the rules above, the sum
+    // kept as a plain number between steps (the inner loop of a table product).
+    class Sum {
+    public:
+        explicit Sum(const Json::Value& start);
+        void AddProduct(const Json::Value& a, const Json::Value& b);
+        Json::Value Value() const;
+
+    private:
+        Json::ValueType kind_;  // nullValue once an operand was not numeric
+        double value_;
+    };
 
 private:
     Json::Value value_;

@@ -26,6 +26,13 @@ void DeviceReader::LogReadFailure(ssize_t n) {
              strerror(errno));
 }
 
+std::istringstream& DeviceReader::TextStream(const char* text) {
+    thread_local std::istringstream in;
+    in.clear();
+    in.str(text);
+    return in;
+}
+
 int DeviceReader::ReadRawStr(char* buf, unsigned len) {
     if (fd_ < 0 && !IsOpen()) {
         return -1;

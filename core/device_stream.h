@@ -72,7 +72,7 @@ public:
         if (ReadRawStr(buf, sizeof(buf)) != 0) {
             return -1;
         }
-        std::istringstream in{std::string(buf)};
+        std::istringstream& in = TextStream(buf);
         T parsed{};
         if (in >> parsed) {
             value = parsed;
@@ -83,6 +83,9 @@ public:
 private:
     static constexpr unsigned kTextMax = 128;
     void LogReadFailure(ssize_t n);
+    // A stream over `text`: one per thread, cleared and reused, because setting up a stream and
+    // its locale costs more than the parse itself.
+    static std::istringstream& TextStream(const char* text);
 };
 
 class DeviceWriter : public DeviceStream {

@@ -5,8 +5,7 @@
 
 #include <atomic>
 
-inline std::atomic<double>& WeekSwell()
-{
+inline std::atomic<double>& WeekSwell() {
     static std::atomic<double> value{0.0};
     return value;
 }

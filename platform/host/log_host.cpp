@@ -2,12 +2,14 @@
 // file; optionally handed to an in-process sink for tests.
 #include <android/log.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <mutex>
 #include <string>
 
@@ -20,6 +22,34 @@ std::mutex gSinkLock;  // guards gSink
 // Never destroyed: threads may still log while the process exits.
 SohLogSink::Sink& gSink = *new SohLogSink::Sink;
 bool gQuiet = false;  // written before threads start (tests)
+
+// The process and thread ids of every line, asked of the kernel once per process and once per
+// thread rather than twice per line; a child made by fork() asks again.
+std::atomic<int> gPid{0};
+thread_local long tTid = 0;
+
+void ForgetIds() {
+    gPid.store(0, std::memory_order_relaxed);
+    tTid = 0;
+}
+
+int Pid() {
+    static const bool registered = pthread_atfork(nullptr, nullptr, ForgetIds) == 0;
+    (void)registered;
+    int pid = gPid.load(std::memory_order_relaxed);
+    if (pid == 0) {
+        pid = static_cast<int>(getpid());
+        gPid.store(pid, std::memory_order_relaxed);
+    }
+    return pid;
+}
+
+long Tid() {
+    if (tTid == 0) {
+        tTid = static_cast<long>(syscall(SYS_gettid));
+    }
+    return tTid;
+}
 
 // Writes all of `data` to fd; a line is one write(2) unless the kernel splits it.
 void WriteAll(int fd, const char* data, size_t len) {
@@ -46,9 +76,8 @@ std::string FormatLine(int prio, const char* tag, const char* text) {
     stamp[n] = '\0';
     char head[160];
     snprintf(head, sizeof(head), "%s.%03d %d %ld %c %s: ", stamp,
-             static_cast<int>((ns / 1000000LL) % 1000), static_cast<int>(getpid()),
-             static_cast<long>(syscall(SYS_gettid)), prio >= ANDROID_LOG_ERROR ? 'E' : 'I',
-             tag != nullptr ? tag : "");
+             static_cast<int>((ns / 1000000LL) % 1000), Pid(), Tid(),
+             prio >= ANDROID_LOG_ERROR ? 'E' : 'I', tag != nullptr ? tag : "");
     std::string line(head);
     line += text;
     if (line.empty() || line.back() != '\n') {

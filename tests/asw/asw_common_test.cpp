@@ -166,3 +166,30 @@ TEST_F(AswOutsideTest, NothingIsAccountedBeforeTheClockIsSet) {
         },
         dev));
 }
+
+TEST_F(AswOutsideTest, APassSamplesOnceForBothObjectsAndTheSavedRecordReloads) {
+    AswBattery battery(Config(), Config()["Battery"][0]);
+    ASSERT_EQ(battery.Init(true), 0u);
+    const std::string simValid = Sim(0) + " property value is valid\n";
+    const int before = dev.CountLog(simValid);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(battery.Update(), 0u);
+        SohClockTest::Advance(30 * kSec);
+        dev.Write(AswNodes::kBatteryVoltageNow, std::to_string(4300000 + 100000 * i) + "\n");
+    }
+    EXPECT_EQ(dev.CountLog(simValid) - before, 3);  // one SIM check per pass, not one per object
+    // History and today accounted the same samples.
+    EXPECT_EQ(battery.GetAddup()->GetTimeTable().Table(),
+              battery.GetToday()->GetTimeTable().Table());
+
+    SohClockTest::Advance(1200 * kSec);
+    EXPECT_EQ(battery.Update(), 0u);
+    AswBattery reloaded(Config(), Config()["Battery"][0]);
+    ASSERT_EQ(reloaded.Init(true), 0u);
+    EXPECT_EQ(reloaded.GetAddup()->GetStatSeconds(), battery.GetAddup()->GetStatSeconds());
+    // Same numbers; the kinds may differ (a parsed 30 is signed, a counted one unsigned).
+    Json::StreamWriterBuilder compact;
+    compact["indentation"] = "";
+    EXPECT_EQ(Json::writeString(compact, reloaded.GetToday()->GetTimeTable().Table()),
+              Json::writeString(compact, battery.GetToday()->GetTimeTable().Table()));
+}

@@ -143,6 +143,21 @@ TEST(AswTableTest, IllegalTablesSendEverythingToFirstCell) {
     EXPECT_TRUE((good * AswTable(Parse("[3800]"), kTemp)).isNull());
 }
 
+TEST(AswTableTest, ProductFollowsTheKindRulesCellByCell) {
+    AswTable seconds(kVbat, kTemp, Parse("[[10,0,0],[0,20,0],[0,0,30]]"));
+    // Real products without a fraction sum as integers; one with a fraction makes the sum real.
+    Json::Value whole = seconds * AswTable(kVbat, kTemp, Parse("[[0.5,0,0],[0,0.25,0],[0,0,2.0]]"));
+    EXPECT_EQ(whole.type(), Json::uintValue);
+    EXPECT_EQ(whole, U(70));
+    Json::Value real = seconds * AswTable(kVbat, kTemp, Parse("[[0.25,0,0],[0,0,0],[0,0,0]]"));
+    EXPECT_EQ(real.type(), Json::realValue);
+    EXPECT_DOUBLE_EQ(real.asDouble(), 2.5);
+    // A missing cell or a non-number anywhere makes the whole product null.
+    EXPECT_TRUE((seconds * AswTable(kVbat, kTemp, Parse("[[1,1,1],[1,1],[1,1,1]]"))).isNull());
+    EXPECT_TRUE(
+        (seconds * AswTable(kVbat, kTemp, Parse("[[1,1,1],[1,\"a\",1],[1,1,1]]"))).isNull());
+}
+
 TEST(AswTableTest, SumsProductsAndAccumulationsSkipBinZero) {
     AswTable t(kVbat, kTemp, Parse("[[1,2,3],[4,5,6],[7,8,9]]"));
     AswTable ones(kVbat, kTemp, Parse("[[1,1,1],[1,1,1],[1,1,1]]"));

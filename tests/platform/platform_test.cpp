@@ -2,12 +2,18 @@
 #include <android/log.h>
 #include <bms_interface.h>
 #include <cutils/properties.h>
+#include <openssl/sha.h>
 #include <securec.h>
 #include <stdlib.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <regex>
+#include <sstream>
 #include <string>
+#include <thread>
 
 #include "tests/support/fake_device.h"
 
@@ -117,6 +123,52 @@ TEST_F(FakeDeviceTest, LogLinesGoToTheLogFileWithoutDoubledNewlines) {
                                                                    "E quen: no newline\n")))
         << dev.Read("/quen.log");
     EXPECT_EQ(dev.CountLog("hello\n"), 1);  // the in-process sink sees the same messages
+}
+
+TEST(CryptoHost, Sha256IsTheLibrarysDigestLoadedOnFirstUse) {
+    unsigned char digest[SHA256_DIGEST_LENGTH] = {};
+    ASSERT_EQ(SHA256(reinterpret_cast<const unsigned char*>("abc"), 3, digest), digest);
+    std::string hex;
+    for (unsigned char b : digest) {
+        char two[3];
+        snprintf(two, sizeof(two), "%02x", b);
+        hex += two;
+    }
+    EXPECT_EQ(hex, "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+}
+
+TEST_F(FakeDeviceTest, LogLinesCarryTheWritersProcessAndThread) {
+    setenv("QUEN_LOG_FILE", dev.HostPath("/ids.log").c_str(), 1);
+    __android_log_write(ANDROID_LOG_INFO, "quen", "main");
+    long worker = 0;
+    std::thread([&worker] {
+        worker = syscall(SYS_gettid);
+        __android_log_write(ANDROID_LOG_INFO, "quen", "worker");
+    }).join();
+    pid_t child = fork();
+    if (child == 0) {
+        __android_log_write(ANDROID_LOG_INFO, "quen", "child");  // ids of the child, not cached
+        _exit(0);
+    }
+    ASSERT_GT(child, 0);
+    waitpid(child, nullptr, 0);
+    __android_log_write(ANDROID_LOG_INFO, "quen", "main again");
+    unsetenv("QUEN_LOG_FILE");
+
+    std::map<std::string, std::pair<long, long>> ids;  // message -> (pid, tid)
+    std::istringstream lines(dev.Read("/ids.log"));
+    for (std::string day, time, level, tag, message; lines >> day >> time;) {
+        long pid = 0;
+        long tid = 0;
+        lines >> pid >> tid >> level >> tag;
+        std::getline(lines >> std::ws, message);
+        ids[message] = {pid, tid};
+    }
+    const long self = getpid();
+    EXPECT_EQ(ids["main"], std::make_pair(self, static_cast<long>(syscall(SYS_gettid))));
+    EXPECT_EQ(ids["main again"], ids["main"]);
+    EXPECT_EQ(ids["worker"], std::make_pair(self, worker));
+    EXPECT_EQ(ids["child"], std::make_pair(static_cast<long>(child), static_cast<long>(child)));
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -16,6 +17,8 @@
 
 namespace sim {
 namespace {
+
+std::atomic<int> g_live{0};  // fuse objects alive in this process
 
 FakeKernel& Self() {
     return *static_cast<FakeKernel*>(fuse_get_context()->private_data);
@@ -166,6 +169,10 @@ bool FakeKernel::Available(std::string& reason) {
     return true;
 }
 
+bool FakeKernel::Serving() {
+    return g_live.load() > 0;
+}
+
 bool FakeKernel::Mount(const std::string& dir, std::string& error) {
     if (fuse_ != nullptr) {
         error = "already mounted";
@@ -196,6 +203,7 @@ bool FakeKernel::Mount(const std::string& dir, std::string& error) {
     }
     fuse_ = f;
     mountDir_ = dir;
+    ++g_live;
     {
         std::lock_guard<std::mutex> guard(lock_);
         reads_ = writes_ = polls_ = 0;
@@ -249,6 +257,7 @@ void FakeKernel::Unmount() {
         }
         open_.clear();
     }
+    --g_live;
     fuse_destroy(fuse_);
     fuse_ = nullptr;
 }

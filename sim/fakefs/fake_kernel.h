@@ -67,6 +67,9 @@ public:
 
     // Whether /dev/fuse can be used here; false with a reason otherwise.
     static bool Available(std::string& reason);
+    // Whether a mounted fake kernel exists in this process, i.e. whether fuse_get_context()
+    // may be called (libfuse creates its per-thread context only while one exists).
+    static bool Serving();
 
     // --- Called by the file system's operations (public so the C callbacks can reach them).
     struct OpenFile {

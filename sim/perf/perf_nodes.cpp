@@ -1,6 +1,8 @@
 #define FUSE_USE_VERSION 35
 #include "sim/perf/perf_nodes.h"
 
+#include "sim/fakefs/fake_kernel.h"
+
 #include <fuse.h>
 #include <time.h>
 
@@ -9,6 +11,9 @@ namespace {
 
 // The thread that made the file-system request being served, 0 outside a request.
 pid_t Requester() {
+    if (!FakeKernel::Serving()) {
+        return 0;  // no file system: no request, and no context to ask
+    }
     fuse_context* context = fuse_get_context();
     return context != nullptr ? context->pid : 0;
 }

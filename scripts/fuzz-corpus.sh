@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Writes the seed corpora of the fuzz targets into fuzz/corpus/<target>/: the sample device's
+# Writes the seed corpora of the fuzz targets (scripts/fuzz-corpus.sh) into fuzz/corpus/<target>/: the sample device's
 # files and small hand-made valid records (and a few near misses). The files are kept in the
 # repository; run this again only to regenerate them after a record format changed.
 #

@@ -13,18 +13,6 @@ namespace fs = std::filesystem;
 namespace sim {
 namespace {
 
-bool WriteFile(const fs::path& path, const std::string& content, std::string& error) {
-    std::error_code ec;
-    fs::create_directories(path.parent_path(), ec);
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << content;
-    if (!out) {
-        error = "cannot write " + path.string();
-        return false;
-    }
-    return true;
-}
-
 void SleepMs(int64_t ms) {
     struct timespec ts {
         static_cast<time_t>(ms / 1000), static_cast<long>(ms % 1000) * 1000000L
@@ -33,29 +21,6 @@ void SleepMs(int64_t ms) {
 }
 
 }  // namespace
-
-bool PrepareRoot(const Scenario& sc, const std::string& root, std::string& error) {
-    std::error_code ec;
-    umount2((root + "/sys").c_str(), MNT_DETACH);  // left mounted by a run that was killed
-    fs::remove_all(root, ec);
-    fs::create_directories(root, ec);
-    fs::copy(sc.deviceDir, root, fs::copy_options::recursive, ec);
-    if (ec) {
-        error = "cannot copy " + sc.deviceDir + " to " + root + ": " + ec.message();
-        return false;
-    }
-    for (const auto& kv : sc.properties) {
-        if (!WriteFile(fs::path(root) / "properties" / kv.first, kv.second, error)) {
-            return false;
-        }
-    }
-    for (const auto& kv : sc.nodes) {
-        if (!WriteFile(fs::path(root) / "sys" / kv.first, kv.second, error)) {
-            return false;
-        }
-    }
-    return true;
-}
 
 bool StartDaemon(DaemonProcess& daemon, const std::string& quen, const std::string& root,
                  const SimClock& clock, const std::string& timezone, const std::string& log,

@@ -14,7 +14,6 @@
 namespace sim {
 
 // Replaces `root` with the scenario's device tree, its properties and node values applied.
-bool PrepareRoot(const Scenario& sc, const std::string& root, std::string& error);
 
 // Starts `quen -d` on `root` with the shared clock and the scenario's time zone, its output
 // appended to `log`, and waits (up to 20 s) until it has announced its control service.

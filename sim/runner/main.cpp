@@ -9,7 +9,6 @@
 // scenario, or the machine cannot run the simulator, 130 interrupted (the report is still
 // written).
 #include <signal.h>
-#include <sys/mount.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -63,46 +62,6 @@ bool ParsePositive(const char* text, double& out) {
     char* end = nullptr;
     out = strtod(text, &end);
     return end != text && *end == '\0' && std::isfinite(out) && out > 0;
-}
-
-bool WriteFile(const fs::path& path, const std::string& content, std::string& error) {
-    std::error_code ec;
-    fs::create_directories(path.parent_path(), ec);
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << content;
-    if (!out) {
-        error = "cannot write " + path.string();
-        return false;
-    }
-    return true;
-}
-
-// A fresh root: the device tree copied, the scenario's properties and node values applied.
-bool PrepareRoot(const sim::Scenario& sc, const fs::path& root, std::string& error) {
-    std::error_code ec;
-    umount2((root / "sys").c_str(), MNT_DETACH);  // left mounted by a run that was killed
-    fs::remove_all(root, ec);
-    if (ec) {
-        error = "cannot clear " + root.string() + ": " + ec.message();
-        return false;
-    }
-    fs::create_directories(root, ec);
-    fs::copy(sc.deviceDir, root, fs::copy_options::recursive, ec);
-    if (ec) {
-        error = "cannot copy " + sc.deviceDir + ": " + ec.message();
-        return false;
-    }
-    for (const auto& kv : sc.properties) {
-        if (!WriteFile(root / "properties" / kv.first, kv.second, error)) {
-            return false;
-        }
-    }
-    for (const auto& kv : sc.nodes) {
-        if (!WriteFile(root / "sys" / kv.first, kv.second, error)) {
-            return false;
-        }
-    }
-    return true;
 }
 
 int CountErrorLines(const fs::path& log) {
@@ -226,7 +185,7 @@ int main(int argc, char** argv) {
     fs::create_directories(out, ec);
     out = fs::canonical(out, ec);
     fs::path root = out / "root";
-    if (ec || !PrepareRoot(sc, root, error)) {
+    if (ec || !sim::PrepareRoot(sc, root.string(), error)) {
         fprintf(stderr, "quen-sim: %s\n",
                 ec ? ("cannot create " + out.string()).c_str() : error.c_str());
         return 2;

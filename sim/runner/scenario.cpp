@@ -1,6 +1,7 @@
 #include "sim/runner/scenario.h"
 
 #include <stdlib.h>
+#include <sys/mount.h>
 #include <time.h>
 
 #include <cmath>
@@ -11,6 +12,8 @@
 #include <sstream>
 
 namespace sim {
+
+namespace fs = std::filesystem;
 namespace {
 
 bool Fail(const std::string& file, const std::string& what, std::string& error) {
@@ -81,10 +84,21 @@ bool ParseStart(const std::string& text, const std::string& tz, int64_t& out) {
     return true;
 }
 
+bool WriteFile(const fs::path& path, const std::string& content, std::string& error) {
+    std::error_code ec;
+    fs::create_directories(path.parent_path(), ec);
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << content;
+    if (!out) {
+        error = "cannot write " + path.string();
+        return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 bool LoadScenario(const std::string& path, Scenario& out, std::string& error) {
-    namespace fs = std::filesystem;
     out = Scenario{};
     out.file = path;
     std::ifstream in(path);
@@ -169,6 +183,34 @@ bool LoadScenario(const std::string& path, Scenario& out, std::string& error) {
     out.model = root["model"];
     return StringMap(root, "properties", out.properties, path, error) &&
            StringMap(root, "nodes", out.nodes, path, error);
+}
+
+bool PrepareRoot(const Scenario& sc, const std::string& rootDir, std::string& error) {
+    const fs::path root(rootDir);
+    std::error_code ec;
+    umount2((root / "sys").c_str(), MNT_DETACH);  // left mounted by a run that was killed
+    fs::remove_all(root, ec);
+    if (ec) {
+        error = "cannot clear " + root.string() + ": " + ec.message();
+        return false;
+    }
+    fs::create_directories(root, ec);
+    fs::copy(sc.deviceDir, root, fs::copy_options::recursive, ec);
+    if (ec) {
+        error = "cannot copy " + sc.deviceDir + ": " + ec.message();
+        return false;
+    }
+    for (const auto& kv : sc.properties) {
+        if (!WriteFile(root / "properties" / kv.first, kv.second, error)) {
+            return false;
+        }
+    }
+    for (const auto& kv : sc.nodes) {
+        if (!WriteFile(root / "sys" / kv.first, kv.second, error)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 }  // namespace sim

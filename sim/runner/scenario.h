@@ -43,4 +43,9 @@ struct Scenario {
 // Loads and checks a scenario. False with a message naming the file and the problem.
 bool LoadScenario(const std::string& path, Scenario& out, std::string& error);
 
+// Makes `root` a fresh device root for the scenario: a mount left over there by a killed run
+// is detached, the folder is emptied, the device tree copied in and the scenario's properties
+// and node values written. False with a message on failure.
+bool PrepareRoot(const Scenario& sc, const std::string& root, std::string& error);
+
 }  // namespace sim

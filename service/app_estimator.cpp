@@ -66,15 +66,20 @@ std::vector<std::string> Words(std::string text) {
     return words;
 }
 
-// "TYPE N" with N in 0..INT_MAX.
+// "TYPE N" with N a decimal integer, optionally negative, within 32 bits (-1: no demand).
 bool ParseTypedValue(const std::string& text, std::string& type, int& value) {
     std::vector<std::string> words = Words(text);
+    if (words.size() != 2) {
+        return false;
+    }
+    const bool negative = words[1][0] == '-';
     unsigned long long v = 0;
-    if (words.size() != 2 || !ParseUnsigned(words[1], INT_MAX, v)) {
+    const unsigned long long max = negative ? 1ULL + INT_MAX : INT_MAX;
+    if (!ParseUnsigned(negative ? words[1].substr(1) : words[1], max, v)) {
         return false;
     }
     type = words[0];
-    value = static_cast<int>(v);
+    value = negative ? static_cast<int>(-static_cast<long long>(v)) : static_cast<int>(v);
     return true;
 }
 
@@ -234,9 +239,10 @@ int AppEstimator::GetSmartCharging(std::string& value) {
     if (SOHEstimator* asw = Asw()) {
         return asw->GetPara("smart_charging", value);
     }
-    unsigned connected = 0;
+    // A node that cannot be read reads as all ones, so the flag alone answers.
+    unsigned connected = UINT_MAX;
     if (DeviceReader(kConnectStateNode).ReadStrToT(connected) != 0) {
-        return -1;
+        connected = UINT_MAX;
     }
     value = std::to_string(SOHConfigure::GetSmartCharging() & connected);
     return 0;
@@ -251,9 +257,11 @@ int AppEstimator::SetSmartChargeEnable(const std::string& value) {
     if (SOHEstimator* asw = Asw()) {
         return asw->SetPara("smart_charge_enable", value);
     }
-    std::vector<std::string> words = Words(value);
-    unsigned long long mark = 0;
-    if (words.size() != 1 || !ParseUnsigned(words[0], 1, mark)) {
+    // The leading integer counts, as atoi reads it ("1\n" is 1, "yes" is 0); the store
+    // refuses anything but 0 and 1.
+    errno = 0;
+    const long mark = strtol(value.c_str(), nullptr, 10);
+    if (errno != 0 || mark < 0 || mark > 1) {
         SOH_LOGE("app set %s value %s illegal\n", "smart_charge_enable", value.c_str());
         return -1;
     }
@@ -311,11 +319,8 @@ int AppEstimator::SetBattStatus(const std::string& value) {
 }
 
 int AppEstimator::SetSocBeat(const std::string& value) {
-    std::vector<uint32_t> numbers;
-    if (!ParseNumbers(value, numbers) || numbers.size() < 3 || numbers.size() == 4) {
-        SOH_LOGE("soc control value %s illegal\n", value.c_str());
-        return -1;
-    }
+    // The heartbeat follows the request before it is validated: a refused value still
+    // starts, renews or stops it.
     std::lock_guard<std::mutex> lock(lock_);
     if (value.compare(0, std::strlen(kSocDefault), kSocDefault) == 0) {
         StopHeartBeat(kSocLimitator);
@@ -471,7 +476,7 @@ void AppEstimator::RestoreSocControl() {
     }
     // The record reads TYPE LOW HIGH [SMART SHUTDOWN]; requests read TYPE HIGH LOW [...].
     std::vector<uint32_t> n;
-    if (!ParseNumbers(value, n) || (n.size() != 3 && n.size() != 5)) {
+    if (!ParseNumbers(value, n) || n.size() < 3 || n.size() == 4) {
         SOH_LOGE("soc control value %s illegal\n", value.c_str());
         return;
     }
@@ -481,8 +486,10 @@ void AppEstimator::RestoreSocControl() {
     }
     std::string request =
         std::to_string(n[0]) + " " + std::to_string(n[2]) + " " + std::to_string(n[1]);
-    if (n.size() == 5) {
+    if (n.size() >= 5) {
         request += " " + std::to_string(n[3]) + " " + std::to_string(n[4]);
     }
-    SetSocBeat(request);
+    // No heartbeat: a restored window stays until the app asks for another.
+    std::lock_guard<std::mutex> lock(lock_);
+    SetSocControl(request);
 }

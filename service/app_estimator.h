@@ -7,24 +7,31 @@
 // At start the limits recorded in the system parameter store are re-applied.
 //
 // Value formats (anything else is refused with -1 and a log line, and nothing is demanded):
-//   ichg_limit, ichg_ratio  "all N"           N a decimal integer 0..2147483647
+//   ichg_limit, ichg_ratio  "all N"           N a decimal integer within 32 bits, negative
+//                                             allowed (-1 asks for no limit from "APP")
 //   vterm_dec               "TYPE N"          TYPE served by a voltage limitator ("all", "lvc",
 //                                             "dcp", ...), N as above
 //   batt_status             digits and blanks, the first number is the level
 //   soc_control             "TYPE HIGH LOW" or "TYPE HIGH LOW SMART SHUTDOWN [more...]",
 //                           decimal numbers separated by blanks
 //   close_scheme            the name of a configured estimator other than "APP"
-//   smart_charge_enable     0 or 1 (kept as the protect mark when there is no "ASW")
+//   smart_charge_enable     leading integer 0 or 1, as atoi reads it (kept as the protect
+//                           mark when there is no "ASW")
 // Settled here:
-//   - Restoring a recorded limit at start goes through the heartbeat rule: a value other than
-//     the default is held by "APP" for at most one heartbeat period unless renewed, whichever
-//     estimator recorded it (that estimator demands its own value again once it runs).
+//   - Restoring a recorded current, voltage or status limit at start goes through the
+//     heartbeat rule: a value other than the default is held by "APP" for at most one
+//     heartbeat period unless renewed, whichever estimator recorded it (that estimator
+//     demands its own value again once it runs).
 //   - The SOC record is kept as "TYPE LOW HIGH SMART SHUTDOWN"; it is re-applied (reordered
-//     to the request form) only when its upper bound is below 100, i.e. when it limits.
+//     to the request form) only when its upper bound is below 100, i.e. when it limits, and
+//     without a heartbeat: the restored window stays until the app changes it.
+//   - "soc_control" moves the heartbeat before the value is checked, so a refused value
+//     still starts, renews or stops it.
 //   - The SOC default "1 95 100" is in record order: restoring it after a time-out sends
 //     type 1 with upper bound 100 and lower bound 95, a strategy that does not limit.
 //   - "vnupd_config" reports compatibleVersion 1 and installLocation "vendor".
-//   - "smart_charging" fails when the charger connection node cannot be read.
+//   - "smart_charging" without "ASW": an unreadable charger connection node reads as all
+//     ones, so the smart-charging flag alone is answered.
 //
 // Threads: setters and getters run on service threads under the estimator pool's call lock;
 // the heartbeat monitor runs on its own thread. `lock_` guards the heartbeats and is held

@@ -74,8 +74,8 @@ TEST_F(AppTest, CurrentRequestsReachTheirNodeAndDefaultsStopTheHeartbeat) {
 TEST_F(AppTest, MalformedValuesAreRefusedAndDemandNothing) {
     AppEstimator* app = App();
     Clear(kIchgLimit);
-    for (const char* bad :
-         {"lvc 60", "all", "all -5", "all 2147483648", "all 6x", "", "all 1 2", "60"}) {
+    for (const char* bad : {"lvc 60", "all", "all 2147483648", "all -2147483649", "all --1",
+                            "all -", "all 6x", "", "all 1 2", "60"}) {
         EXPECT_EQ(app->SetPara("ichg_limit", bad), -1) << bad;
     }
     for (const char* bad : {"2a", "", "-1", " ", "99999999999"}) {
@@ -92,7 +92,42 @@ TEST_F(AppTest, MalformedValuesAreRefusedAndDemandNothing) {
     EXPECT_EQ(app->GetPara("ichg_limit", v), -1);
     EXPECT_EQ(dev.Read(kIchgLimit), "");
     EXPECT_FALSE(app->IsBeatRunning("NonDcCurLimitator"));
-    EXPECT_GE(dev.CountLogContaining("app set ichg_limit value "), 8);
+    EXPECT_GE(dev.CountLogContaining("app set ichg_limit value "), 10);
+}
+
+TEST_F(AppTest, NegativeCurrentAndVoltageDemandsGetThrough) {
+    AppEstimator* app = App();
+    ASSERT_EQ(app->SetPara("ichg_limit", "all 1500"), 0);
+    Clear(kIchgLimit);
+    EXPECT_EQ(app->SetPara("ichg_limit", "all -1"), 0);  // no demand, yet the smallest
+    EXPECT_EQ(dev.Read(kIchgLimit), "quen all -1");
+    EXPECT_TRUE(app->IsBeatRunning("NonDcCurLimitator"));
+    EXPECT_EQ(app->SetPara("ichg_ratio", "all -2147483648"), 0);
+    EXPECT_EQ(ProtectorPool().FindObject("DcCurLimitator")->GetValue(), -2147483648.0);
+    EXPECT_EQ(app->SetPara("vterm_dec", "lvc -1"), 0);
+    EXPECT_TRUE(app->IsBeatRunning("DcVoltLimitator"));
+}
+
+TEST_F(AppTest, SocRequestMovesTheHeartbeatEvenWhenItIsRefused) {
+    AppEstimator* app = App();
+    Clear(kSocCtrl);
+    EXPECT_EQ(app->SetPara("soc_control", "2 80"), -1);  // differs from the default: starts
+    EXPECT_TRUE(app->IsBeatRunning("SocLimitator"));
+    EXPECT_TRUE(dev.HasLog("start heartbeat of SocLimitator\n"));
+    EXPECT_EQ(app->SetPara("soc_control", "1 95 100 1"), -1);  // starts like the default: stops
+    EXPECT_FALSE(app->IsBeatRunning("SocLimitator"));
+    EXPECT_TRUE(dev.HasLog("stop heartbeat of SocLimitator\n"));
+    EXPECT_EQ(dev.CountLog("soc control value 2 80 illegal\n"), 1);
+    EXPECT_EQ(dev.Read(kSocCtrl), "");  // neither reached the limitator
+}
+
+TEST_F(AppTest, SmartChargingWithAnUnreadableConnectionAnswersTheFlag) {
+    AppEstimator* app = App();
+    ASSERT_EQ(app->SetPara("soc_control", "2 80 60"), 0);  // a smart strategy sets the flag
+    dev.Remove(AppEstimator::kConnectStateNode);
+    std::string v;
+    ASSERT_EQ(app->GetPara("smart_charging", v), 0);
+    EXPECT_EQ(v, "1");
 }
 
 TEST_F(AppTest, VoltageStatusAndSocRequestsGoToTheRightLimitator) {
@@ -128,7 +163,11 @@ TEST_F(AppTest, ParametersWithoutAswFallBackToTheParameterStore) {
     std::string v;
     ASSERT_EQ(app->GetPara("smart_charge_enable", v), 0);
     EXPECT_EQ(v, "0");
-    EXPECT_EQ(app->SetPara("smart_charge_enable", "1"), 0);
+    EXPECT_EQ(app->SetPara("smart_charge_enable", "1\n"), 0);  // the leading integer counts
+    EXPECT_TRUE(SOHConfigure::GetProtectMark());
+    EXPECT_EQ(app->SetPara("smart_charge_enable", "yes"), 0);  // no number reads as 0
+    EXPECT_FALSE(SOHConfigure::GetProtectMark());
+    EXPECT_EQ(app->SetPara("smart_charge_enable", "1 "), 0);
     EXPECT_TRUE(SOHConfigure::GetProtectMark());
     EXPECT_EQ(app->GetPara("smart_charge_feature", v), -1);
     EXPECT_EQ(app->SetPara("smart_charge_support", "1"), 0);
@@ -173,6 +212,24 @@ TEST_F(AppTest, HeartbeatTimesOutAfter246StepsAndReappliesTheDefaultEveryStep) {
     EXPECT_EQ(app->BeatElapsed("DcCurLimitator"), 0u);
 }
 
+TEST_F(AppTest, SocTimeoutReleasesTheWindowInsteadOfLimitingTo95) {
+    AppEstimator* app = App();
+    app->StartMonitor();
+    ASSERT_EQ(app->SetPara("soc_control", "2 80 60"), 0);
+    ASSERT_EQ(dev.Read(kSocCtrl), "quen 1 60 80");
+    for (int step = 1; step <= 246; ++step) {
+        Step();
+    }
+    EXPECT_TRUE(dev.HasLog("heartbeat of SocLimitator timeout restore default value 1 95 100\n"));
+    // The default text is in record order (TYPE LOW HIGH): applied as upper bound 100 it asks
+    // for no limit, so nothing wins and the kernel's control is left as it was.
+    EXPECT_EQ(dev.Read(kSocCtrl), "quen 1 60 80");
+    EXPECT_FALSE(dev.HasLog("write soc control of APP with 1 100 95 1 0\n"));
+    std::string src, value;
+    ASSERT_EQ(SOHConfigure::GetLimitRecord("SocLimitator", src, value), 0);
+    EXPECT_EQ(src + "|" + value, "|1 95 100");
+}
+
 TEST_F(AppTest, IdleMonitorDoesNotTickWithoutHeartbeats) {
     AppEstimator* app = App();
     app->StartMonitor();
@@ -183,22 +240,47 @@ TEST_F(AppTest, IdleMonitorDoesNotTickWithoutHeartbeats) {
     EXPECT_TRUE(dev.HasLog("heartbeat of StatusLimitator is 10\n"));
 }
 
-TEST_F(AppTest, RecordedLimitsAreRestoredWithTheirHeartbeat) {
+TEST_F(AppTest, RecordedLimitsAreRestoredAndOnlyTheSocWindowOutlivesTheHeartbeat) {
     SOHConfigure::RefLimitRecord("NonDcCurLimitator", "APP", "1500");
     SOHConfigure::RefLimitRecord("DcCurLimitator", "BASP", "100");
     SOHConfigure::RefLimitRecord("SocLimitator", "APP", "2 60 80 1 0");
     SOHConfigure::RefLimitRecord("StatusLimitator", "APP", "garbage");
+    SOHConfigure::RefLimitRecord("DcVoltLimitator", "BASP", "20");
     Clear(kIchgLimit);
     AppEstimator* app = App();
     app->StartMonitor();
+    // Another estimator's limit is held by "APP" only for one heartbeat period, so that it
+    // cannot outlive that estimator's own later demands.
+    EXPECT_TRUE(app->IsBeatRunning("DcVoltLimitator"));
     EXPECT_EQ(dev.Read(kIchgLimit), "quen all 1500");
     EXPECT_TRUE(app->IsBeatRunning("NonDcCurLimitator"));
     EXPECT_TRUE(dev.HasLog("restore NonDcCurLimitator limit from APP with value 1500\n"));
     EXPECT_FALSE(app->IsBeatRunning("DcCurLimitator"));  // the default needs no heartbeat
-    EXPECT_EQ(dev.Read(kSocCtrl), "quen 1 60 80");
-    EXPECT_TRUE(app->IsBeatRunning("SocLimitator"));
+    EXPECT_EQ(dev.Read(kSocCtrl), "quen 1 60 80");       // record order back to request order
+    EXPECT_FALSE(app->IsBeatRunning("SocLimitator"));
     EXPECT_TRUE(dev.HasLog("app set StatusLimitator value garbage illegal\n"));
     EXPECT_EQ(dev.Read(kStatus), "");
+
+    for (int step = 1; step <= 246; ++step) {
+        Step();
+    }
+    EXPECT_EQ(dev.Read(kIchgLimit), "quen all 2147483647");  // the current limit lapsed
+    EXPECT_EQ(dev.Read(kSocCtrl), "quen 1 60 80");           // the window did not
+    std::string src, value;
+    ASSERT_EQ(SOHConfigure::GetLimitRecord("SocLimitator", src, value), 0);
+    EXPECT_EQ(src + " " + value, "APP 2 60 80 1 0");  // so the next start restores it again
+}
+
+TEST_F(AppTest, SocRecordsThatDoNotLimitOrDoNotParseAreNotRestored) {
+    dev.Write("/properties/ro.bootmode", "charger");  // no monitor thread per start
+    for (const char* record : {"1 95 100", "2 60 100 1 0", "2 60 80 1", "2 x 80 1 0"}) {
+        SOHConfigure::RefLimitRecord("SocLimitator", "APP", record);
+        Clear(kSocCtrl);
+        Clear(kSocStrategy);
+        App()->StartMonitor();
+        EXPECT_EQ(dev.Read(kSocCtrl), "") << record;
+        EXPECT_EQ(dev.Read(kSocStrategy), "") << record;
+    }
 }
 
 }  // namespace

@@ -140,8 +140,10 @@ int BaspBattery::Update(const BatteryAgingData& data) {
         const uint32_t swell =
             scaled >= 1.0 && scaled < 4294967296.0 ? static_cast<uint32_t>(scaled) : 0;
         SOH_LOGI("basp swell %d from asw\n", static_cast<int>(swell));
-        if (swell >= 1 && swell <= kMaxSwell && swell != lastSwell_) {
-            lastSwell_ = swell;
+        // The last reading is part of the persistent record: a battery object lives for one
+        // event only, and an unchanged reading must not raise the allowance again.
+        if (swell >= 1 && swell <= kMaxSwell && swell != rec_.lastSwell) {
+            rec_.lastSwell = swell;
             const uint32_t raised = std::min(rec_.noDecAswell + kSwellRise, swell);
             rec_.noDecAswell = std::max(rec_.noDecAswell, raised);
         }
@@ -186,7 +188,7 @@ void BaspBattery::UpdateBaspLevel(const BatteryAgingData& data) {
              static_cast<int>(level_), avgFcc, data.designFcc, data.cycleCount, rec_.noDecAswell);
 }
 
-uint32_t BaspBattery::GetGradeNdcVdec(uint32_t targetUV) {
+uint32_t BaspBattery::GetGradeNdcVdec(uint64_t targetUV) {
     const uint32_t now = static_cast<uint32_t>(SohClock::Time(nullptr));
     if (cycleCount_ == 0 || rec_.ndcVdecUV < kMinStoredVdecUV ||
         rec_.ndcVdecUV >= kMaxStoredVdecUV) {
@@ -199,38 +201,41 @@ uint32_t BaspBattery::GetGradeNdcVdec(uint32_t targetUV) {
         rec_.timestamp = now;  // the clock went back: count days from here
     }
 
-    const uint32_t current = rec_.ndcVdecUV;
+    // 64 bits throughout: a target of a few thousand volts in mV is still exact in uV.
+    const uint64_t current = rec_.ndcVdecUV;
     const bool grading = ndcVdecGradeUV_ != 0 && vtermStep_ != 0;
-    uint32_t value = targetUV;
+    uint64_t value = targetUV;
     if (grading && targetUV != 0 && current == 0) {
         value = targetUV;  // the first decrement is applied at once
     } else if (grading || targetUV == 0) {
         const uint64_t move = static_cast<uint64_t>(ndcVdecGradeUV_) * days;
         if (current > targetUV) {
-            value = static_cast<uint32_t>(
-                std::max<uint64_t>(targetUV, current - std::min<uint64_t>(current, move)));
+            value = std::max<uint64_t>(targetUV, current - std::min<uint64_t>(current, move));
         } else {
-            value = static_cast<uint32_t>(std::min<uint64_t>(targetUV, current + move));
+            value = std::min<uint64_t>(targetUV, current + move);
         }
     }
     if (value != current) {
-        rec_.ndcVdecUV = value;
+        // A value beyond 32 bits is stored saturated; the store treats it as corrupt and the
+        // next event takes the target afresh.
+        rec_.ndcVdecUV = static_cast<uint32_t>(std::min<uint64_t>(value, UINT32_MAX));
         rec_.timestamp = now;
     }
 
-    uint32_t rounded = 0;
+    uint64_t rounded = 0;
     if (vtermStep_ != 0) {
-        const uint32_t mv = value / 1000;
+        const uint64_t mv = value / 1000;
         if (value > targetUV && value >= 1000) {
             rounded = ((mv - 1) / vtermStep_ + 1) * vtermStep_;  // on the way down: round up
         } else {
             rounded = mv / vtermStep_ * vtermStep_;
         }
     }
+    const uint32_t roundedMv = static_cast<uint32_t>(std::min<uint64_t>(rounded, UINT32_MAX));
     SOH_LOGI("basp: grade now %d, timestamp %d, ndcVdecUV %d, roundDec %d\n", static_cast<int>(now),
              static_cast<int>(rec_.timestamp), static_cast<int>(rec_.ndcVdecUV),
-             static_cast<int>(rounded));
-    return rounded;
+             static_cast<int>(roundedMv));
+    return roundedMv;
 }
 
 BaspPolicyStage* BaspBattery::CurrentStage() {
@@ -249,8 +254,8 @@ void BaspBattery::SendPolicy() {
         SOH_LOGE("policy of current stage %d is null\n", static_cast<int>(level_));
         return;
     }
-    const BatteryAgingPolicy policy{level_, learnFcc_, GetGradeNdcVdec(stage->NonDcVoltDec * 1000),
-                                    stage->ErrNo};
+    const BatteryAgingPolicy policy{
+        level_, learnFcc_, GetGradeNdcVdec(uint64_t{stage->NonDcVoltDec} * 1000), stage->ErrNo};
     SOH_LOGI("send policy to kernel %u %u %u %u\n", policy.level, policy.learnFcc, policy.ndcVdec,
              policy.errNo);
     if (DeviceWriter(BaspNodes::kPolicy).Write(policy) != 0) {
@@ -264,6 +269,6 @@ std::shared_ptr<BaspPolicyStage> BaspBattery::GetPolicy() {
         return nullptr;
     }
     auto copy = std::make_shared<BaspPolicyStage>(*stage);
-    copy->NonDcVoltDec = GetGradeNdcVdec(stage->NonDcVoltDec * 1000);
+    copy->NonDcVoltDec = GetGradeNdcVdec(uint64_t{stage->NonDcVoltDec} * 1000);
     return copy;
 }

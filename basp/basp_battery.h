@@ -66,7 +66,7 @@ public:
     void UpdateBaspLevel(const BatteryAgingData& data);
     // Moves the decrement towards `targetUV` by at most the daily grade per whole day since
     // its last change (three days at most) and returns it rounded to the vterm step, mV.
-    uint32_t GetGradeNdcVdec(uint32_t targetUV);
+    uint32_t GetGradeNdcVdec(uint64_t targetUV);
     // A copy of the current stage with NonDcVoltDec set to the graded decrement (mV), and its
     // reference current set; empty when no stage has the current level.
     std::shared_ptr<BaspPolicyStage> GetPolicy();
@@ -91,7 +91,6 @@ private:
     uint32_t learnFcc_ = 0;
     uint32_t cycleCount_ = 0;
     uint32_t swellCycleTh_ = 0;
-    uint32_t lastSwell_ = 0;  // swell reading last taken over, for this object's life
     uint32_t iChgMax_ = 0;
     BaspHerald herald_;
     std::string version_;          // the "BaspPolicy" string

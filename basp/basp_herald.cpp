@@ -3,7 +3,10 @@
 #include <string.h>
 #include <time.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cctype>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 
@@ -288,6 +291,7 @@ void BaspHerald::GetPolicyRec(PolicyRecType& rec) const {
     rec.timestamp = saved.timestamp();
     rec.ndcVdecUV = saved.ndcvdecuv();
     rec.noDecAswell = saved.nodecaswell();
+    rec.lastSwell = saved.lastswell();
     SOH_LOGI("basp: saved timestamp %d, ndcVdecUV %d, noDecAswell %d\n",
              static_cast<int>(rec.timestamp), static_cast<int>(rec.ndcVdecUV),
              static_cast<int>(rec.noDecAswell));
@@ -303,6 +307,7 @@ void BaspHerald::SavePolicyRec(const PolicyRecType& rec) {
     saved->set_timestamp(rec.timestamp);
     saved->set_ndcvdecuv(rec.ndcVdecUV);
     saved->set_nodecaswell(rec.noDecAswell);
+    saved->set_lastswell(rec.lastSwell);
 }
 
 void BaspHerald::InitReportInterval() {
@@ -365,6 +370,47 @@ void BaspHerald::SetFccTimeStamp(SOHBigData& event, const char* key, uint32_t k)
     SOH_LOGI("herald: send fcc%u with timestamp %u-%s\n", k + 1, stamp, text);
 }
 
+int BaspHerald::VersionThousandths(const std::string& version) {
+    // Decimal digits are read as such: a binary floating-point product would turn "2.01"
+    // into 2009. Letters after the number are ignored, as for the version check.
+    size_t i = version.find_first_not_of(" \t");
+    i = i == std::string::npos ? version.size() : i;
+    int64_t value = 0;
+    bool digits = false;
+    bool tooLarge = false;
+    for (; i < version.size() && isdigit(static_cast<unsigned char>(version[i])); ++i) {
+        digits = true;
+        value = value * 10 + (version[i] - '0');
+        tooLarge = tooLarge || value > INT32_MAX / 1000;
+        value = tooLarge ? INT32_MAX / 1000 + 1 : value;
+    }
+    value *= 1000;
+    if (i < version.size() && version[i] == '.') {
+        int64_t scale = 100;
+        for (++i; i < version.size() && isdigit(static_cast<unsigned char>(version[i])); ++i) {
+            digits = true;
+            value += scale * (version[i] - '0');
+            scale /= 10;
+        }
+    }
+    // An exponent ("2e9", "2.5e400") would scale the number beyond what the digits say.
+    bool exponent = false;
+    if (digits && i < version.size() && (version[i] == 'e' || version[i] == 'E')) {
+        size_t j = i + 1;
+        j += j < version.size() && (version[j] == '+' || version[j] == '-') ? 1 : 0;
+        exponent = j < version.size() && isdigit(static_cast<unsigned char>(version[j]));
+    }
+    if (!digits || exponent) {
+        SOH_LOGE("herald: version %s is not a plain decimal number, ChaICTp 0\n", version.c_str());
+        return 0;
+    }
+    if (tooLarge) {
+        SOH_LOGE("herald: version %s is too large, ChaICTp %d\n", version.c_str(), INT32_MAX);
+        return INT32_MAX;
+    }
+    return static_cast<int>(std::min<int64_t>(value, INT32_MAX));
+}
+
 int BaspHerald::ReportData() {
     battery_herald_data data{};
     if (DeviceReader(BaspNodes::kHeraldData).Read(data) != 0) {
@@ -403,7 +449,7 @@ int BaspHerald::ReportData() {
         SOH_LOGI("herald: send fcc%u with value %u\n", k + 1, fcc);
     }
     SetBatteryManId(event, data);
-    event.Set("ChaICTp", static_cast<int>(strtod(db_.version().c_str(), nullptr) * 1000));
+    event.Set("ChaICTp", VersionThousandths(db_.version()));
     static const char* const kTimeKeys[] = {"HTime1", "HTime2", "HTime3"};
     for (uint32_t k = 0; k < 3; ++k) {
         SetFccTimeStamp(event, kTimeKeys[k], k);

@@ -24,6 +24,7 @@ struct PolicyRecType {
     uint32_t timestamp = 0;    // s since the epoch of the last change of ndcVdecUV
     uint32_t ndcVdecUV = 0;    // graded non-direct-charging voltage decrement, uV
     uint32_t noDecAswell = 0;  // swell-derived allowance used by the stage checks
+    uint32_t lastSwell = 0;    // swell reading (x1000) the allowance last rose for
 };
 
 class BaspHerald {
@@ -82,6 +83,10 @@ public:
     void InitReportInterval();
     // Sends event 930001007 built from the kernel's herald record and this record. 0 on success.
     int ReportData();
+    // "ChaICTp": the policy version read as a decimal number times 1000, truncated ("2.01"
+    // gives 2010). A version without leading digits or with an exponent gives 0, one beyond
+    // the int range gives INT32_MAX; both are logged.
+    static int VersionThousandths(const std::string& version);
     // Termination voltage the charger is set to; 0 when unreadable.
     uint32_t GetVtermSet();
 

@@ -1,4 +1,6 @@
 // The persistent record: loading, level run time, the FCC ring, and the weekly report.
+#include <cstdio>
+#include <utility>
 #include <vector>
 
 #include "basp/basp_herald.h"
@@ -120,6 +122,14 @@ TEST_F(HeraldTest, LoadKeepsOnlyARecordOfTheSameVersionAndBattery) {
     EXPECT_EQ(h.Db().stages_size(), 0);  // level 1 has not been booked yet
     EXPECT_EQ(h.Db().level(), 1u);
     EXPECT_TRUE(dev.HasLog("herald: max records change mnum:3, size:3\n"));
+    // A ring of the right capacity whose position does not fit its records is not read in a
+    // wrong age order either: it starts afresh too.
+    BaspDb skewed = small;
+    skewed.set_mnum(5);
+    skewed.set_pos(7);
+    StoreDb(skewed);
+    EXPECT_EQ(Loaded().Db().records_size(), 0);
+    EXPECT_TRUE(dev.HasLog("herald: max records change mnum:5, size:3\n"));
 
     dev.Write("/sys/devices/platform/vorlan_batt_soh/quen_battery_removed", "1");
     EXPECT_EQ(Loaded().Db().level(), 0u);
@@ -190,6 +200,39 @@ TEST_F(HeraldTest, FailedReportIsRetriedAtTheNextEvent) {
     SetTime(kT0 + 1);
     h.Update(1, {});
     EXPECT_EQ(dev.BigData().size(), 1u);
+}
+
+TEST_F(HeraldTest, PolicyVersionIsReportedAsExactThousandths) {
+    for (int i = 0; i < 1000; ++i) {  // every version with up to three decimals
+        char version[16];
+        snprintf(version, sizeof(version), "2.%03d", i);
+        ASSERT_EQ(BaspHerald::VersionThousandths(version), 2000 + i) << version;
+        if (i % 10 == 0) {
+            snprintf(version, sizeof(version), "2.%02d", i / 10);
+            ASSERT_EQ(BaspHerald::VersionThousandths(version), 2000 + i) << version;
+        }
+    }
+    const std::pair<const char*, int> cases[] = {
+        {"2", 2000},
+        {"2.0abc", 2000},
+        {"2.0009", 2000},
+        {" 2.5", 2500},
+        {"2.5e", 2500},
+        {"2e9", 0},
+        {"2.5e400", 0},
+        {"2E-3", 0},
+        {"abc", 0},
+        {"", 0},
+        {"-2", 0},
+        {"2147483.647", 2147483647},
+        {"2147484", 2147483647},
+        {"99999999999999999999999", 2147483647},
+    };
+    for (const auto& [version, expected] : cases) {
+        EXPECT_EQ(BaspHerald::VersionThousandths(version), expected) << version;
+    }
+    EXPECT_TRUE(dev.HasLog("herald: version 2e9 is not a plain decimal number, ChaICTp 0\n"));
+    EXPECT_TRUE(dev.HasLog("herald: version 2147484 is too large, ChaICTp 2147483647\n"));
 }
 
 }  // namespace

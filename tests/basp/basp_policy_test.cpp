@@ -174,4 +174,39 @@ TEST_F(BaspTest, SwellAllowanceRisesByTenPerNewReadingAndUnlocksTheSwellStage) {
     EXPECT_EQ(battery.PolicyRec().noDecAswell, 0u);
 }
 
+TEST_F(BaspTest, SwellReadingRaisesTheAllowanceOnceAcrossEventsAndRestarts) {
+    const Json::Value root = Config();
+    const auto aged = Record(600, {});  // level 1, past the swell cycle threshold
+    Event(root, aged);                  // the first decrement: the allowance can start
+    WeekSwell().store(0.025);
+    for (int event = 0; event < 3; ++event) {  // each event builds its battery afresh
+        Event(root, aged);
+        EXPECT_EQ(StoredDb().realpolicyrecs(0).nodecaswell(), 10u) << event;
+    }
+    EXPECT_EQ(StoredDb().realpolicyrecs(0).lastswell(), 25u);
+    WeekSwell().store(0.035);
+    Event(root, aged);
+    EXPECT_EQ(StoredDb().realpolicyrecs(0).nodecaswell(), 20u);
+
+    // A record written before the last reading was kept loads with none: one raise more.
+    BaspDb old = StoredDb();
+    old.mutable_realpolicyrecs(0)->clear_lastswell();
+    StoreDb(old);
+    Event(root, aged);
+    EXPECT_EQ(StoredDb().realpolicyrecs(0).nodecaswell(), 30u);
+    Event(root, aged);
+    EXPECT_EQ(StoredDb().realpolicyrecs(0).nodecaswell(), 30u);
+}
+
+TEST_F(BaspTest, LargeConfiguredDecrementIsNotWrappedToThirtyTwoBits) {
+    Json::Value root = Config();
+    for (Json::Value& dec : root["2.0"][0]["NonDcVoltDec"]) {
+        dec = 5000000u;  // mV; 5e9 uV does not fit 32 bits
+    }
+    auto battery = Event(root, Record(600, {}));
+    ASSERT_NE(battery, nullptr);
+    EXPECT_EQ(SentPolicy().ndcVdec, 5000000u);
+    EXPECT_EQ(battery->GetPolicy()->NonDcVoltDec, 5000000u);
+}
+
 }  // namespace

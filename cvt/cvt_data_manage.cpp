@@ -52,12 +52,13 @@ void CvtDataManage::CvtInfoInit(const Json::Value& config) {
 }
 
 bool CvtDataManage::ReadRecord() {
-    std::string bytes;
-    if (!SohFile::ReadAll(CvtNodes::kCvtFile, bytes, sizeof(CvtInfoSave)) ||
-        bytes.size() != sizeof(CvtInfoSave)) {
+    // The record is the file's first sizeof(CvtInfoSave) bytes; anything after it is ignored,
+    // only a shorter file is unreadable.
+    CvtInfoSave record{};
+    if (DeviceReader(CvtNodes::kCvtFile).Read(record) != 0) {
         return false;
     }
-    memcpy(&data_, bytes.data(), sizeof(data_));
+    data_ = record;
     return true;
 }
 

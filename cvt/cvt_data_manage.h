@@ -68,7 +68,8 @@ public:
     const CvtInfoSave& Record() const { return data_; }
 
 private:
-    // Loads the stored record into data_; false when it cannot be read whole.
+    // Loads the file's first sizeof(CvtInfoSave) bytes into data_; false when the file is
+    // shorter or unreadable (a longer file is read from its start).
     bool ReadRecord();
     int judgeEnable_ = 0;
     int policyEnable_ = 0;

@@ -192,6 +192,13 @@ TEST_F(CvtTest, DamagedOrForeignRecordsAreReset) {
     data.CvtInfoInit(BatteryConfig());
     EXPECT_EQ(data.Record().count, 7);
     EXPECT_FALSE(dev.Exists(CvtNodes::kCvtOldFile));
+
+    // A file longer than the record (a longer layout, a torn append) is read from its start.
+    dev.Write(CvtNodes::kCvtFile, good + std::string(64, '\x5a'));
+    CvtDataManage longer;
+    longer.CvtInfoInit(BatteryConfig());
+    EXPECT_EQ(longer.Record().count, 7);
+    EXPECT_EQ(longer.Record().calCvt[0], 42);
 }
 
 TEST_F(CvtTest, UncreatableDirectoryLeavesNothingToWrite) {

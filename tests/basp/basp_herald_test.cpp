@@ -111,6 +111,15 @@ TEST_F(HeraldTest, LoadKeepsOnlyARecordOfTheSameVersionAndBattery) {
         EXPECT_EQ(h.Db().realpolicyrecs_size(), 0);
     }
     EXPECT_EQ(dev.CountLog("herald: parse basp data from file failed\n"), 2);
+    // A well-formed record beyond 64 KiB is not ours either: it is not read into memory.
+    BaspDb huge;
+    huge.set_version("2.0");
+    for (uint32_t level = 0; huge.ByteSizeLong() <= 64 * 1024; ++level) {
+        huge.add_stages()->set_level(level);
+    }
+    StoreDb(huge);
+    EXPECT_EQ(Loaded().Db().stages_size(), 0);
+    EXPECT_EQ(dev.CountLog("herald: parse basp data from file failed\n"), 3);
 
     dev.Write(DbPath(), good);
     BaspDb small = StoredDb();  // well formed, but a ring of three

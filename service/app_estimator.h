@@ -8,7 +8,8 @@
 //
 // Value formats (anything else is refused with -1 and a log line, and nothing is demanded):
 //   ichg_limit, ichg_ratio  "all N"           N a decimal integer within 32 bits, negative
-//                                             allowed (-1 asks for no limit from "APP")
+//                                             allowed: -1 is demanded like any other value
+//                                             (as the smallest current it reaches the node)
 //   vterm_dec               "TYPE N"          TYPE served by a voltage limitator ("all", "lvc",
 //                                             "dcp", ...), N as above
 //   batt_status             digits and blanks, the first number is the level

@@ -272,3 +272,47 @@ TEST_F(AswRecordTest, ALeftSceneIsSavedAtOnceAndReportedWithTheStoredWeek) {
     EXPECT_EQ(Field(events[0], "SWELP").asDouble(), 0.0);  // the week has not been updated
     EXPECT_NEAR(Field(events[0], "CHAREIGN").asDouble(), 0.2, 1e-4);
 }
+
+// Every fault of the battery object fails Init with its message; a battery of another model
+// is passed over silently. A battery without a name is refused: its data file would have none.
+TEST_F(AswRecordTest, BatteryConfigurationFaultsFailInitWithTheirMessages) {
+    using Edit = void (*)(Json::Value & config, Json::Value & battery);
+    struct Case {
+        Edit edit;
+        const char* message;
+    } cases[] = {
+        {[](Json::Value&, Json::Value& b) { b["AswPolicy"] = 3; },
+         "asw battery not configure policy\n"},
+        {[](Json::Value&, Json::Value& b) { b["AswPolicy"] = ""; },
+         "asw compatible version is empty\n"},
+        {[](Json::Value&, Json::Value& b) { b["AswPolicy"] = "4.1"; },
+         "asw version 4 is not compatible\n"},
+        {[](Json::Value&, Json::Value& b) { b.removeMember("SwellTabe"); },
+         "asw battery not configure swelltable\n"},
+        {[](Json::Value&, Json::Value& b) { b["SwellTabe"] = "Missing"; },
+         "asw battery swelltable is not legal\n"},
+        {[](Json::Value& c, Json::Value&) { c["SwellTable_QBT41"]["Table"][2].resize(5); },
+         "asw battery swelltable is not legal\n"},
+        {[](Json::Value& c, Json::Value&) { c["SwellTable_QBT41"].removeMember("Table"); },
+         "asw battery swelltable is not legal\n"},
+        {[](Json::Value&, Json::Value& b) { b["SimSupport"] = -1; },
+         "asw battery not configure simsupport\n"},
+        {[](Json::Value&, Json::Value& b) { b["NormalSceneDmdNo"] = "930100"; },
+         "asw battery not configure normal scene dmd no\n"},
+        {[](Json::Value&, Json::Value& b) { b.removeMember("Name"); },
+         "asw battery not configure name\n"},
+        {[](Json::Value&, Json::Value& b) { b["Model"] = "QBT99"; }, nullptr},
+    };
+    for (const Case& c : cases) {
+        Json::Value config = Config();
+        c.edit(config, config["Battery"][0]);
+        const int logged = dev.CountLogContaining("asw");
+        AswBattery battery(config, config["Battery"][0]);
+        EXPECT_EQ(battery.Init(true), Asw::kFail) << (c.message ? c.message : "other model");
+        if (c.message != nullptr) {
+            EXPECT_TRUE(dev.HasLog(c.message)) << c.message;
+        } else {
+            EXPECT_EQ(dev.CountLogContaining("asw"), logged);
+        }
+    }
+}

@@ -273,6 +273,22 @@ TEST_F(AswRecordTest, ALeftSceneIsSavedAtOnceAndReportedWithTheStoredWeek) {
     EXPECT_NEAR(Field(events[0], "CHAREIGN").asDouble(), 0.2, 1e-4);
 }
 
+// The closed days are read once at start and then kept: a data file removed while the daemon
+// runs costs no day at the next day close.
+TEST_F(AswRecordTest, ClosedDaysOutliveTheirFileUntilTheNextSave) {
+    dev.Write(kDataFile, File(Days(7)));
+    auto battery = Battery();
+    EXPECT_EQ(battery->Update(), 0u);
+    dev.Remove(kDataFile);
+    SohClockTest::Advance(120 * kSec);
+    EXPECT_EQ(battery->Update(), 0u);
+    ASSERT_NE(battery->GetWeek(), nullptr);
+    EXPECT_NEAR(WeekSwell().load(), 6 * kBinRate * (kDay - 1) / kDay, 2e-5);
+    const Json::Value days = Saved()["Day"];
+    ASSERT_EQ(days.size(), 8u);
+    EXPECT_EQ(days[0]["Tstart"].asInt64(), kToday - 6 * kDay);
+}
+
 // Every fault of the battery object fails Init with its message; a battery of another model
 // is passed over silently. A battery without a name is refused: its data file would have none.
 TEST_F(AswRecordTest, BatteryConfigurationFaultsFailInitWithTheirMessages) {

@@ -17,10 +17,11 @@
 // The closed days are read from the file once at Init and kept in memory as they are then
 // written to it (each on the configured axes). At start, with eight or more "Day" elements,
 // the week object is Day[0] merged with Day[1..6] as stored: it is not updated, its swell
-// stays 0.0 and nothing is published. At each day close the week is rebuilt from the first
-// seven closed days, updated once (which computes its swell) and its "Aswell" is published
-// in WeekSwell() with a sequentially consistent store. A "Day" element that is not an object
-// is logged and left out; it costs no other day.
+// stays 0.0 and nothing is published. At each day close the closed days are cut to the
+// newest six (more are only in a file written elsewhere), the day joins them, and the week
+// is rebuilt from the seven, updated once (which computes its swell) and its "Aswell" is
+// published in WeekSwell() with a sequentially consistent store. A "Day" element that is not an
+// object is logged and left out; it costs no other day.
 //
 // A change of the swell table's axes restarts every stored time table (history, closed days,
 // today) from zero on the new axes; the counters are kept.

@@ -8,16 +8,23 @@
 // "SwellTabe" (name of the swell table {"Vbat", "Temp", "Table"}, swell per day in each bin),
 // "SimSupport" and "NormalSceneDmdNo" (unsigned).
 //
-// Data file (JSON written without indentation, replaced atomically): "AswPolicy", "Vbat",
+// Data file (styled JSON text, replaced atomically): "AswPolicy", "Vbat",
 // "Temp" (the swell table's axes), "Scene", "ConditonGroupNo" (only while a scene is in force),
 // "TReport", "Addup" (history: stored quantities + "SwellTimes") and "Day" (closed days,
 // oldest first, then today). Saved at most every 20 minutes of ASW-clock time, at each day
 // close and when the scene number changes (so that a scene survives a restart).
 //
-// The closed days are kept in memory as written to the file; they are loaded from the file
-// once at Init. The week total exists once seven days have closed (at start: when the file
-// holds eight "Day" elements); each time it is built it is updated once (which computes its
-// swell) and its "Aswell" is published in WeekSwell() with a sequentially consistent store.
+// The closed days are read from the file once at Init and kept in memory as they are then
+// written to it (each on the configured axes). At start, with eight or more "Day" elements,
+// the week object is Day[0] merged with Day[1..6] as stored: it is not updated, its swell
+// stays 0.0 and nothing is published. At each day close the closed days are cut to the
+// newest six (more are only in a file written elsewhere), the day joins them, and the week
+// is rebuilt from the seven, updated once (which computes its swell) and its "Aswell" is
+// published in WeekSwell() with a sequentially consistent store. A "Day" element that is not an
+// object is logged and left out; it costs no other day.
+//
+// A change of the swell table's axes restarts every stored time table (history, closed days,
+// today) from zero on the new axes; the counters are kept.
 //
 // Reports (big-data events, not in charger mode) at each scene change and, at a day close,
 // when 7 days have passed since the last report:
@@ -84,19 +91,36 @@ public:
     const AswDataObject* GetWeek() const { return week_.get(); }
 
 private:
+    // Init's steps (asw_battery.cpp).
     bool CheckPolicy();
     bool CheckSwellTable();
-    void CreateDataObjects();
+    // The configuration member `key` (null when absent or not an object).
+    const Json::Value& ConfigMember(const std::string& key) const;
+
+    // The data file (asw_battery_file.cpp). CreateDataObjects returns the file's
+    // "ConditonGroupNo" (null without a file).
+    Json::Value CreateDataObjects();
     void CreateWithoutHistory();
-    void LoadDataFile();
+    Json::Value LoadDataFile();
+    void LoadDays(const Json::Value& days, const Json::Value& x, const Json::Value& y);
     // A data object from a file element: its "SwellTimes" on the file's axes, or a zero
     // table on the configured axes when those do not fit the swell table.
     std::unique_ptr<AswDataObject> LoadObject(const Json::Value& element, const Json::Value& x,
                                               const Json::Value& y) const;
+    void TrySaveDataToFile();
+    bool SaveDataToFile();
+    static Json::Value Serialize(const AswDataObject& object);
+
+    // Days and the week (asw_battery_days.cpp).
     std::unique_ptr<AswDataObject> NewDay() const;
+    void OverDay();
     // Builds the week from the first seven closed days, updates it once and publishes it.
     void BuildWeek();
-    void CreateActiveScene(const Json::Value& groupNo);
+
+    // Scenes (asw_battery_scene.cpp). CreateActiveScene: false on a configuration fault that
+    // fails Init (no "NormalSceneDmdNo").
+    bool CreateActiveScene(const Json::Value& groupNo);
+    void TryUpdateScene();
 
     // What one pass accounts, read once for all its objects: battery voltage (mV), temperature
     // (whole degC, a negative one as a large unsigned number), charger connected, SIM present,
@@ -110,18 +134,15 @@ private:
     };
     Sample ReadSample() const;
     void UpdateObj(AswDataObject& object, const Sample& sample);
-    void TryUpdateScene();
-    void OverDay();
+    uint32_t NowSeconds() const;
+
+    // Reports (asw_battery_report.cpp).
     void TryReportBigData();
     void SendReports();
     void ReportWeek();
     void ReportAddup();
     void SetUniverBigData(SOHBigData& event, const AswDataObject& object) const;
     void SetBigDataTswell(SOHBigData& event, const AswDataObject& object) const;
-    void TrySaveDataToFile();
-    bool SaveDataToFile();
-    static Json::Value Serialize(const AswDataObject& object);
-    uint32_t NowSeconds() const;
 
     uint32_t sceneNo_ = 0;
     uint32_t normalDmdNo_ = 0;

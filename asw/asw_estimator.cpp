@@ -3,6 +3,9 @@
 #include <bms_interface.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cmath>
 #include <cstdlib>
 
 #include "asw/asw_common.h"
@@ -14,14 +17,15 @@
 
 namespace {
 
-// A whole decimal number, optionally signed, nothing else.
-bool ParseInt(const std::string& text, long& out) {
-    if (text.empty()) {
-        return false;
-    }
+// A real as the C++ library's stod reads it: leading blanks, a number, anything after it
+// ignored. False when there is no number at all or it is out of range; a value that is not
+// finite ("inf", "nan") is refused too: it would poison every swell it is added to.
+bool ParseReal(const std::string& text, double& out) {
+    const char* begin = text.c_str();
     char* end = nullptr;
-    out = strtol(text.c_str(), &end, 10);
-    return end != nullptr && *end == '\0';
+    errno = 0;
+    out = strtod(begin, &end);
+    return end != begin && errno != ERANGE && std::isfinite(out);
 }
 
 }  // namespace
@@ -134,11 +138,12 @@ void AswEstimator::UpdateVolLimitValue() {
     NotifyOne("NonDcVoltLimitator", static_cast<double>(nonDc));
 }
 
+// Integers are read with atoi (leading blanks and a sign, anything after the digits ignored,
+// no number at all is 0), as the apps have always sent them.
 int AswEstimator::SetPara(const std::string& name, const std::string& value) {
-    long v = 0;
     if (name == "smart_charge_enable") {
-        if (!ParseInt(value, v) || v < 0 ||
-            SOHConfigure::SetProtectMark(static_cast<unsigned>(v)) != 0) {
+        // A negative mark becomes a huge one and is refused by SetProtectMark.
+        if (SOHConfigure::SetProtectMark(static_cast<unsigned>(atoi(value.c_str()))) != 0) {
             return -1;
         }
         std::lock_guard<std::mutex> lock(lock_);
@@ -147,16 +152,12 @@ int AswEstimator::SetPara(const std::string& name, const std::string& value) {
         return 0;
     }
     if (name == "smart_charge_support") {
-        if (!ParseInt(value, v)) {
-            return -1;
-        }
-        support_ = v != 0;
+        support_ = atoi(value.c_str()) != 0;
         return 0;
     }
     if (name == Asw::kAswellAddKey) {
-        char* end = nullptr;
-        double d = strtod(value.c_str(), &end);
-        if (value.empty() || end == nullptr || *end != '\0') {
+        double d = 0.0;
+        if (!ParseReal(value, d)) {
             return -1;
         }
         Asw::SetValue(Asw::kAswellAddKey, d);
@@ -180,9 +181,10 @@ int AswEstimator::GetPara(const std::string& name, std::string& value) {
             return 0;
         }
         std::lock_guard<std::mutex> lock(lock_);
+        // A failed read yields the maximum, as every device read does: the flag is answered.
         unsigned connected = 0;
         if (DeviceReader(AswNodes::kConnectState).ReadStrToT(connected) != 0) {
-            return -1;  // unknown is not "not connected"
+            connected = UINT_MAX;
         }
         value = (SOHConfigure::GetSmartCharging() != 0 && connected != 0) ? "1" : "0";
         return 0;

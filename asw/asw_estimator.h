@@ -16,7 +16,10 @@
 // get: the mark), "smart_charge_support" (set), "smart_charge_feature" (get: support or
 // enabled), "smart_charging" (get: smart-charging flag and charger connected, "0" when the
 // feature is off), "dbg_asw_aswell_add" (set: a swell added to every "Aswell", for tests).
-// Unknown names and malformed values answer -1.
+// Integers are read as atoi reads them ("1\n" is 1, "yes" is 0), the swell addend as stod
+// reads it ("0.5 " is 0.5); a value without a number for the addend, a protect mark other than
+// 0 or 1, and unknown names answer -1. "smart_charging" answers the flag when the connection
+// state cannot be read (a failed read yields the maximum, as every device read does).
 //
 // Threads: StartMonitor on the main thread; the loop, the battery and the limit demands on the
 // monitor thread; GetPara/SetPara on service threads. lock_ guards the limit update, the

@@ -12,6 +12,7 @@
 #include <mutex>
 #include <thread>
 
+#include "core/soh_configure.h"
 #include "core/soh_enviroment.h"
 #include "core/soh_log.h"
 #include "eis/eis_estimator.h"
@@ -277,7 +278,10 @@ TEST_F(EisTest, HistoryPathEndsAtTheDefaultUnifier) {
     EXPECT_TRUE(dev.HasLog("Judge1 do not have type, no filter applied\n"));
 }
 
-TEST_F(EisTest, RunStateStopsOnlyWithTheLastMonitor) {
+// A node that cannot be armed (empty before the driver's first measurement) stays watched; a
+// node that cannot be opened is retried on the back-off; only a closed scheme ends the
+// monitors, and the run state stops with the last of them.
+TEST_F(EisTest, MonitorsKeepUnarmedOrMissingNodesAndEndOnlyWhenClosed) {
     dev.Write("/sys/devices/platform/vorlan_batt_soh/eis/empty", "");
     for (const char* name : {"EISLIVE", "EISDEAD"}) {
         EstimatorPool().Register(name, [](const char* n) { return new EISEstimator(n); });
@@ -285,7 +289,7 @@ TEST_F(EisTest, RunStateStopsOnlyWithTheLastMonitor) {
     auto* live = static_cast<EISEstimator*>(EstimatorPool().GetObjectByName("EISLIVE"));
     EXPECT_EQ(live->MonitorCount(), 2u);  // "none" has no node that opens
     EXPECT_EQ(dev.CountLog("/sys/devices/platform/vorlan_batt_soh/eis/gone can't open\n"), 2);
-    dev.Write(kDcrNode, "");  // the DCR monitor cannot arm its node and ends
+    dev.Write(kDcrNode, "");  // the DCR monitor cannot arm its node
     live->StartMonitor();
     auto waitLog = [&](const std::string& line) {
         for (int i = 0; i < 5000 && !dev.HasLog(line); ++i) {
@@ -293,20 +297,35 @@ TEST_F(EisTest, RunStateStopsOnlyWithTheLastMonitor) {
         }
         return dev.HasLog(line);
     };
-    EXPECT_TRUE(waitLog("dcr was going to be terminaled\n"));
+    EXPECT_TRUE(waitLog("poll start in dcr\n"));
     EXPECT_TRUE(waitLog("poll start in acr\n"));
+    EXPECT_TRUE(dev.HasLog("fail read fd of " + std::string(kDcrNode) + " in dcr\n"));
     EXPECT_TRUE(dev.HasLog("1 byte read success form fd of " + std::string(kAcrNode) + "\n"));
     EXPECT_EQ(live->GetRunState(), "run");
 
+    // Both nodes of EISDEAD vanish after start-up: each monitor retries its node on a timer.
     auto* dead = static_cast<EISEstimator*>(EstimatorPool().GetObjectByName("EISDEAD"));
+    dev.Remove("/sys/devices/platform/vorlan_batt_soh/eis/empty");
     dead->StartMonitor();
+    EXPECT_TRUE(waitLog("poll start in a\n"));
+    EXPECT_TRUE(waitLog("poll start in b\n"));
+    for (int i = 0; i < 3; ++i) {  // 1 + 2 + 4 s: three failed opens, two of them logged
+        SohClockTest::Advance(4 * 1000000000LL);
+    }
+    EXPECT_TRUE(
+        waitLog("/sys/devices/platform/vorlan_batt_soh/eis/empty in a cannot be opened: "
+                "No such file or directory (2 times), retrying in 2 s\n"));
+    EXPECT_EQ(dead->GetRunState(), "run");
+    SOHConfigure::CloseScheme("EISDEAD");
+    SohClockTest::Advance(16 * 1000000000LL);  // one step at most
     {
         std::unique_lock<std::mutex> l(EstimatorStateLock);  // as the supervisor waits
         EXPECT_TRUE(EstimatorStateChanged.wait_for(l, std::chrono::seconds(10),
                                                    [&] { return dead->GetRunState() == "stop"; }));
     }
     EXPECT_EQ(dead->GetRunState(), "stop");
-    EXPECT_EQ(dev.CountLogContaining("was going to be terminaled"), 3);
+    EXPECT_EQ(dev.CountLogContaining("was going to be terminaled"), 2);
+    EXPECT_EQ(live->GetRunState(), "run");
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 #include "core/soh_configure.h"
 #include "core/soh_enviroment.h"
@@ -184,6 +185,59 @@ TEST_F(EisTest, ShortWriteIsTruncatedBack) {
     EXPECT_FALSE(ok);
     EXPECT_TRUE(dev.HasLog("write /log/soh/acr.dat failed: 100@212\n"));
     EXPECT_EQ(dev.Read(EisNodes::kAcrLogFile).size(), sizeof(AcrRecord));
+}
+
+// Appends from several monitor threads land as whole records, none lost or interleaved.
+TEST_F(EisTest, ConcurrentAppendsStayWholeRecords) {
+    struct Appender : AcrInfo {
+        using EisInfo::RecordBigdata;
+    };
+    constexpr int kThreads = 8;
+    constexpr int kEach = 50;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([t] {
+            Appender a;
+            std::string record(sizeof(AcrRecord), static_cast<char>('a' + t));
+            for (int i = 0; i < kEach; ++i) {
+                EXPECT_TRUE(a.RecordBigdata(record.data(), record.size()));
+            }
+        });
+    }
+    for (std::thread& t : threads) {
+        t.join();
+    }
+    const std::string log = dev.Read(EisNodes::kAcrLogFile);
+    ASSERT_EQ(log.size(), sizeof(AcrRecord) * kThreads * kEach);
+    int perThread[kThreads] = {};
+    for (size_t at = 0; at < log.size(); at += sizeof(AcrRecord)) {
+        const std::string record = log.substr(at, sizeof(AcrRecord));
+        ASSERT_EQ(record, std::string(sizeof(AcrRecord), record[0])) << "torn at " << at;
+        ++perThread[record[0] - 'a'];
+    }
+    for (int n : perThread) {
+        EXPECT_EQ(n, kEach);
+    }
+}
+
+// A record log left torn (a crash mid-write) is cut back to whole records when the monitors
+// start, so that appends go on; whole or missing logs are left alone.
+TEST_F(EisTest, ATornTailIsCutBackAtStart) {
+    const std::string acr(2 * sizeof(AcrRecord), 'r');
+    dev.Write(EisNodes::kAcrLogFile, acr + "torn");
+    dev.Write(EisNodes::kDcrLogFile, std::string(sizeof(DcrRecord), 'd'));
+    EstimatorPool().Register("EIS", [](const char* n) { return new EISEstimator(n); });
+    auto* eis = static_cast<EISEstimator*>(EstimatorPool().GetObjectByName("EIS"));
+    ASSERT_GT(eis->MonitorCount(), 0u);
+    eis->StartMonitor();
+    EXPECT_EQ(dev.Read(EisNodes::kAcrLogFile), acr);
+    EXPECT_TRUE(dev.HasLog("/log/soh/acr.dat had a torn tail: cut from 428 to 424 bytes\n"));
+    EXPECT_EQ(dev.Read(EisNodes::kDcrLogFile).size(), sizeof(DcrRecord));
+    EXPECT_EQ(dev.CountLogContaining("torn tail"), 1);
+
+    dev.Remove(EisNodes::kDcrLogFile);
+    EXPECT_EQ(EisInfo::CutTornTail(EisNodes::kDcrLogFile, sizeof(DcrRecord)), 0);
+    EXPECT_FALSE(dev.Exists(EisNodes::kDcrLogFile));
 }
 
 TEST_F(EisTest, HistoryVersionAndHashRules) {

@@ -163,9 +163,9 @@ TEST_F(NodeFaultTest, ASignallingNodeWhoseReadsFailIsRetriedOnABackOff) {
     EXPECT_EQ(Size(kAcrLog) % kAcrRecord, 0u);
     EXPECT_TRUE(Logged("gives records again after")) << Log();
     printf(
-        "[ figures  ] failing node: daemon CPU %.1f %% of a core; first record %.2f s of real "
-        "time (clock x1000) after the node returned\n",
-        busy, recovery);
+        "[ figures  ] failing node: daemon CPU %.1f %% of a core; first record %.3f s of real "
+        "time (%.0f s of daemon clock at x1000) after the node returned\n",
+        busy, recovery, recovery * 1000);
 }
 
 // An ACR node that is empty when the monitor arms it stays watched: the driver's first

@@ -1,16 +1,11 @@
 // The retry pace of failing loops: steps double from 1 s to a 5 min cap, only the 1st, 2nd,
-// 4th, 8th... failures are to be logged, Reset ends a run of failures, and Wait sleeps on the
-// clock seam.
+// 4th, 8th... failures are to be logged, and Reset ends a run of failures. (The loops' own
+// tests show the sleeps on the clock seam.)
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <chrono>
-#include <thread>
 #include <vector>
 
 #include "core/soh_backoff.h"
-#include "platform/host/soh_clock_test.h"
-#include "platform/soh_clock.h"
 
 namespace {
 
@@ -40,37 +35,6 @@ TEST(BackoffTest, StepsDoubleToTheCapAndOnlyPowersOfTwoAreLogged) {
     EXPECT_EQ(b.StepNs(), SohBackoff::kFirstStepNs);
     EXPECT_EQ(b.Reset(), 0u);
     EXPECT_TRUE(b.Fail());  // a new run logs its first failure again
-}
-
-TEST(BackoffTest, WaitSleepsOneStepOnTheClock) {
-    SohClockTest::SetManual(1700000000LL * kSec);
-    SohBackoff b;
-    std::atomic<int> woke{0};
-    std::thread sleeper([&] {
-        b.Wait();  // 1 s
-        woke = 1;
-        b.Wait();  // 2 s
-        woke = 2;
-    });
-    auto asleep = [] {
-        for (int i = 0; i < 10000 && SohClockTest::Sleepers() == 0; ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        return SohClockTest::Sleepers() > 0;
-    };
-    ASSERT_TRUE(asleep());
-    SohClockTest::Advance(kSec);
-    for (int i = 0; i < 10000 && woke < 1; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    EXPECT_EQ(woke, 1);
-    ASSERT_TRUE(asleep());
-    SohClockTest::Advance(kSec);  // half of the second step
-    EXPECT_TRUE(asleep());
-    EXPECT_EQ(woke, 1);
-    SohClockTest::Advance(kSec);
-    sleeper.join();
-    EXPECT_EQ(woke, 2);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include "basp/basp_nodes.h"
+#include "core/soh_backoff.h"
 #include "core/soh_configure.h"
 #include "core/soh_enviroment.h"
 #include "core/soh_log.h"
@@ -58,46 +59,86 @@ int BaspEstimator::Select() {
         return -1;
     }
     ProcEvents(pfd.fd);  // the record that is there already
+    SohBackoff backoff;
     for (;;) {
-        pfd.revents = 0;
-        const int rc = WaitEvent(pfd);
-        const int err = errno;
+        if (pfd.fd >= 0) {
+            pfd.revents = 0;
+            const int rc = WaitEvent(pfd);
+            const int err = errno;
+            if (SOHConfigure::IsSchemeClosed(GetName())) {
+                SOH_LOGE("basp has closed by app\n");
+                close(pfd.fd);
+                return 0;
+            }
+            if (rc < 0 && err == EINTR) {
+                continue;  // a signal is not an event
+            }
+            if (rc < 0) {
+                SOH_LOGE("poll fds %s in select\n", strerror(err));
+                close(pfd.fd);
+                return -1;
+            }
+            // POLLERR comes with every sysfs POLLPRI: only a wake-up without a whole record
+            // (hang-up, invalid descriptor, a read that fails or comes short) is a fault.
+            if ((pfd.revents & POLLPRI) != 0 && ProcEvents(pfd.fd, !backoff.Failing())) {
+                Recovered(backoff);
+                continue;
+            }
+            if (backoff.Fail()) {
+                SOH_LOGE(
+                    "basp: wake-up %x brought no aging record (%llu times), retrying in %lld s\n",
+                    static_cast<unsigned>(pfd.revents),
+                    static_cast<unsigned long long>(backoff.Failures()), backoff.StepSeconds());
+            }
+            close(pfd.fd);  // a dead descriptor may never recover: open the node afresh
+            pfd.fd = -1;
+        } else if (backoff.Fail()) {
+            SOH_LOGE("basp: %s cannot be opened: %s (%llu times), retrying in %lld s\n",
+                     BaspNodes::kAgingData, strerror(errno),
+                     static_cast<unsigned long long>(backoff.Failures()), backoff.StepSeconds());
+        }
+        backoff.Wait();
         if (SOHConfigure::IsSchemeClosed(GetName())) {
             SOH_LOGE("basp has closed by app\n");
-            close(pfd.fd);
             return 0;
         }
-        if (rc < 0 && err == EINTR) {
-            continue;  // a signal is not an event
-        }
-        if (rc < 0) {
-            SOH_LOGE("poll fds %s in select\n", strerror(err));
-            close(pfd.fd);
-            return -1;
-        }
-        if ((pfd.revents & POLLPRI) != 0) {
-            ProcEvents(pfd.fd);
+        pfd.fd = open(SohRoot::RootPath(BaspNodes::kAgingData).c_str(), O_RDONLY | O_CLOEXEC);
+        pfd.events = POLLPRI | POLLERR;
+        // The record there now may be one the fault hid; a failed read waits for the next event.
+        if (pfd.fd >= 0 && ProcEvents(pfd.fd, false)) {
+            Recovered(backoff);
         }
     }
 }
 
-void BaspEstimator::ProcEvents(int fd) {
+void BaspEstimator::Recovered(SohBackoff& backoff) {
+    const uint64_t failures = backoff.Reset();
+    if (failures > 0) {
+        SOH_LOGE("basp: aging records readable again after %llu failures\n",
+                 static_cast<unsigned long long>(failures));
+    }
+}
+
+bool BaspEstimator::ProcEvents(int fd, bool logFailure) {
     BaspBattery::BatteryAgingData data{};
     // Attribute nodes deliver a fresh record only when read from the start.
     const ssize_t n = lseek(fd, 0, SEEK_SET) == 0 ? read(fd, &data, sizeof(data)) : -1;
     if (n != static_cast<ssize_t>(sizeof(data))) {
-        SOH_LOGE("read aging data failed and size is %d\n", static_cast<int>(n));
-        return;
+        if (logFailure) {
+            SOH_LOGE("read aging data failed and size is %d\n", static_cast<int>(n));
+        }
+        return false;
     }
     std::vector<std::unique_ptr<BaspBattery>> batterys;
     if (InitBatterys(batterys) <= 0) {
         SOH_LOGE("init batterys failed\n");
-        return;
+        return true;  // the record was read: configuration faults are not the node's
     }
     for (auto& battery : batterys) {
         battery->Update(data);
     }
     UpdateLimitValue(batterys);
+    return true;
 }
 
 int BaspEstimator::InitBatterys(std::vector<std::unique_ptr<BaspBattery>>& batterys) {

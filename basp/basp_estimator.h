@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "basp/basp_battery.h"
+#include "core/soh_backoff.h"
 #include "core/soh_estimator.h"
 
 class BaspEstimator : public SOHEstimator {
@@ -40,12 +41,17 @@ public:
     void StopMonitor() override;
 
     // The poll loop: one record at once, then one per POLLPRI wake-up until the scheme is
-    // closed (0) or the node cannot be opened or polled (-1).
+    // closed (0), the node cannot be opened at start, or poll itself fails (-1). A wake-up that
+    // brings no whole record (POLLHUP/POLLERR/POLLNVAL without POLLPRI, a read that fails or
+    // comes short) closes the node, backs off (1 s doubling to 5 min, through the clock seam;
+    // first failure logged, then counts) and opens it again; the record found on re-opening
+    // is applied. A closed scheme is noticed after each wake-up and each back-off step.
     int Select();
     // Opens the aging-data node read-only for POLLPRI; 0, or -1 (logged).
     int CreatePollfd(struct pollfd& pfd);
-    // Reads one record from the start of `fd` and applies it; a short record is dropped.
-    void ProcEvents(int fd);
+    // Reads one record from the start of `fd` and applies it; false when no whole record could
+    // be read (logged when `logFailure`). A short record is dropped.
+    bool ProcEvents(int fd, bool logFailure = true);
     // Builds the battery of this device from configuration into `batterys`: the number of
     // batteries (0 or 1), or -1 when the configuration has no battery list.
     int InitBatterys(std::vector<std::unique_ptr<BaspBattery>>& batterys);
@@ -59,5 +65,7 @@ protected:
 
 private:
     void Monitor();  // the monitor thread's body
+    // Ends a run of node failures, logging the recovery when there was one.
+    static void Recovered(SohBackoff& backoff);
     void Notify(double dcVolt, double nonDcVolt, double dcCur, double nonDcCur);
 };

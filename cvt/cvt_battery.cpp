@@ -175,24 +175,40 @@ void CvtBattery::ConstantVoltageTime() {
         return;
     }
     bool started = false;
-    time_t start = 0;
+    int64_t startNs = 0;
+    const int64_t beginNs = SohClock::MonoNs();
     long samples = 0;
+    unsigned unreadable = 0;  // consecutive samples whose reads failed
     meanTemp_ = 0.0;
     for (;; SohClock::Sleep(kSampleSeconds)) {
-        if (GetChargerStatus() == 0) {
+        if (SohClock::MonoNs() - beginNs > kMaxMeasureSeconds * 1000000000LL) {
+            SOH_LOGE("cvt: no end of charge after %lld s, measurement abandoned\n",
+                     static_cast<long long>(kMaxMeasureSeconds));
+            return;
+        }
+        const unsigned status = GetChargerStatus();
+        if (status == 0) {
             SOH_LOGI("charger remove, do nothing\n");
             return;
         }
         int cur = 0;
         int vol = 0;
         unsigned soc = GetBatterySoc();
-        if (!GetAverageCurVol(cur, vol) || soc == UINT_MAX) {
+        if (!GetAverageCurVol(cur, vol) || soc == UINT_MAX || status == UINT_MAX) {
+            if (++unreadable >= kMaxUnreadableSamples) {
+                SOH_LOGE(
+                    "cvt: charger or battery unreadable for %u samples, measurement "
+                    "abandoned\n",
+                    unreadable);
+                return;
+            }
             continue;
         }
+        unreadable = 0;
         if (!started) {
             if (vol >= kStartVoltageMv && static_cast<long long>(soc) >= beginSoc_) {
                 started = true;
-                start = SohClock::Time(nullptr);
+                startNs = SohClock::MonoNs();
                 SOH_LOGI("start CVT calculate, soc=%d vol=%d cur=%d\n", static_cast<int>(soc), vol,
                          cur);
             }
@@ -206,7 +222,9 @@ void CvtBattery::ConstantVoltageTime() {
         }
         if (IsBatteryFull() && vol >= kEndVoltageMv && soc >= static_cast<unsigned>(kFullSoc)) {
             SOH_LOGI("end CVT calculate, soc=%d vol=%d cur=%d\n", static_cast<int>(soc), vol, cur);
-            HandleChargeTimeData(difftime(SohClock::Time(nullptr), start));
+            // Whole seconds of monotonic time: a wall-clock step cannot stretch the phase.
+            HandleChargeTimeData(
+                static_cast<double>((SohClock::MonoNs() - startNs) / 1000000000LL));
             return;
         }
     }

@@ -21,7 +21,10 @@
 // ("/sys/class/vn_power/power_event/connect_state", 0 = removed). The phase starts at
 // >= 4250 mV with SOC >= the begin SOC and ends when charge done reads 1 with >= 4320 mV and
 // SOC >= 100; the mean temperature is taken over the samples after the start. A sample whose
-// reads fail is skipped. Removal before the end records nothing.
+// reads fail (voltage, current, SOC or charger status) is skipped. Removal before the end
+// records nothing. Sampling is bounded: kMaxUnreadableSamples skipped samples in a row, or
+// kMaxMeasureSeconds since the charge event, abandon the measurement (logged once). Durations
+// are taken on the monotonic clock.
 //
 // Correction: for Temp[k] <= t < Temp[k+1] the ratio is interpolated linearly between
 // Ratio[k] and Ratio[k+1]; below the first point Ratio[0] and from the last point on the last
@@ -32,6 +35,7 @@
 
 #include <json/json.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -43,6 +47,9 @@ public:
     static constexpr int kEndVoltageMv = 4320;
     static constexpr int kFullSoc = 100;
     static constexpr unsigned kSampleSeconds = 5;
+    // 5 minutes of unreadable inputs end a measurement; so does a charge longer than a day.
+    static constexpr unsigned kMaxUnreadableSamples = 60;
+    static constexpr int64_t kMaxMeasureSeconds = 24 * 3600;
 
     // Reads the battery object and loads the record; false when this battery does not apply
     // or its configuration is incomplete.

@@ -7,7 +7,9 @@
 // Start: nothing when the scheme is closed; a board that does not list "cvt" is only logged.
 // The monitor runs on one detached thread: it arms the event node by reading it, waits for a
 // priority event without time-out, measures the charge, re-arms and waits again, until the
-// scheme is closed; then the run state becomes "stop".
+// scheme is closed; then the run state becomes "stop". A wake-up without a priority event, or
+// a node that cannot be armed again, is retried on a back-off (1 s doubling to 5 min, through
+// the clock seam; first failure logged, then counts), never in a tight loop.
 //
 // Ownership: created once by the estimator pool, lives for the process; owns its battery.
 // Threads: constructed on the main thread; battery_ is set and used by the monitor thread
@@ -30,7 +32,8 @@ public:
     // Picks the first configured battery that applies. 0; -1 when the configuration is
     // malformed; 1 when no battery applies.
     int InitCvt();
-    // The event loop; returns 0 when the scheme was closed, -1 when the node fails.
+    // The event loop; returns 0 when the scheme was closed, -1 when the node cannot be armed
+    // at start or poll fails.
     int Select();
     // The battery in use; null before InitCvt found one.
     CvtBattery* Battery() { return battery_.get(); }

@@ -8,8 +8,11 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <climits>
 #include <thread>
 
+#include "core/soh_backoff.h"
 #include "core/soh_configure.h"
 #include "core/soh_enviroment.h"
 #include "core/soh_file.h"
@@ -93,6 +96,10 @@ void EISEstimator::StartMonitor() {
     if (!CanStartMonitor("") || monitors_.empty()) {
         return;
     }
+    // A record log cut short by a crash or a full partition is cut back to whole records, so
+    // that appends go on.
+    EisInfo::CutTornTail(EisNodes::kAcrLogFile, sizeof(AcrRecord));
+    EisInfo::CutTornTail(EisNodes::kDcrLogFile, sizeof(DcrRecord));
     SetRunState("run");
     {
         std::lock_guard<std::mutex> lock(liveLock_);
@@ -125,69 +132,191 @@ void EISEstimator::MonitorEnded() {
     }
 }
 
+namespace {
+
+// One node of a monitor: its descriptor (-1 while it cannot be opened), the pace of its
+// retries, and when the next open is due.
+struct WatchedNode {
+    const std::pair<std::string, int>* node = nullptr;
+    int fd = -1;
+    SohBackoff backoff;
+    int64_t reopenAtNs = 0;     // monotonic clock time of the next open while fd < 0
+    bool reopenLogged = false;  // a re-open was logged since the last record
+};
+
+// Reads one byte to arm the node's notification and seeks back; true when the byte came.
+bool Arm(int fd) {
+    char byte = 0;
+    const bool armed = read(fd, &byte, 1) == 1;
+    lseek(fd, 0, SEEK_SET);
+    return armed;
+}
+
+// Milliseconds (rounded up) until `atNs`, at least 0.
+int MsUntil(int64_t atNs, int64_t nowNs) {
+    const int64_t left = atNs - nowNs;
+    if (left <= 0) {
+        return 0;
+    }
+    const int64_t ms = (left + 999999) / 1000000;
+    return ms > INT32_MAX ? INT32_MAX : static_cast<int>(ms);
+}
+
+}  // namespace
+
 void EISEstimator::Monitor(size_t index) {
     const EisMonitor& monitor = monitors_[index];
     const char* name = monitor.name.c_str();
-    std::vector<struct pollfd> fds;
-    std::vector<const std::pair<std::string, int>*> nodes;
-    for (const auto& node : monitor.nodes) {
-        SOH_LOGI("%s in %s was going to be monitored\n", node.first.c_str(), name);
-        int fd = OpenNode(node.first);
-        char byte = 0;
-        if (fd < 0 || read(fd, &byte, 1) != 1) {
-            SOH_LOGE("fail read fd of %s in %s\n", node.first.c_str(), name);
-            if (fd >= 0) {
-                close(fd);
-            }
-            continue;
+    std::vector<WatchedNode> watched(monitor.nodes.size());
+    for (size_t i = 0; i < monitor.nodes.size(); ++i) {
+        WatchedNode& w = watched[i];
+        w.node = &monitor.nodes[i];
+        const char* path = w.node->first.c_str();
+        SOH_LOGI("%s in %s was going to be monitored\n", path, name);
+        w.fd = OpenNode(w.node->first);
+        if (w.fd < 0) {
+            SOH_LOGE("fail read fd of %s in %s\n", path, name);
+            w.backoff.Fail();
+            w.reopenAtNs = SohClock::MonoNs() + w.backoff.TakeStepNs();
+        } else if (!Arm(w.fd)) {
+            // Empty before the driver's first measurement, or a read error: the node stays
+            // watched, its next event is taken.
+            SOH_LOGE("fail read fd of %s in %s\n", path, name);
+        } else {
+            SOH_LOGI("1 byte read success form fd of %s\n", path);
         }
-        SOH_LOGI("1 byte read success form fd of %s\n", node.first.c_str());
-        lseek(fd, 0, SEEK_SET);
-        fds.push_back({fd, POLLPRI, 0});
-        nodes.push_back(&node);
     }
     const bool normalMode = BmsPropertyIsNormalMode();
-    while (!fds.empty()) {
-        SOH_LOGI("poll start in %s\n", name);
-        for (struct pollfd& p : fds) {
-            p.revents = 0;
+    SohBackoff pollBackoff;
+    bool announce = true;
+    std::vector<struct pollfd> fds;
+    std::vector<WatchedNode*> polled;
+    for (;;) {
+        fds.clear();
+        polled.clear();
+        int timeoutMs = -1;
+        const int64_t now = SohClock::MonoNs();
+        for (WatchedNode& w : watched) {
+            if (w.fd >= 0) {
+                fds.push_back({w.fd, POLLPRI, 0});
+                polled.push_back(&w);
+            } else {
+                const int ms = MsUntil(w.reopenAtNs, now);
+                timeoutMs = timeoutMs < 0 ? ms : std::min(timeoutMs, ms);
+            }
         }
-        int n = SohClock::Poll(fds.data(), fds.size(), -1);
+        if (announce) {
+            SOH_LOGI("poll start in %s\n", name);
+            announce = false;
+        }
+        const int n = SohClock::Poll(fds.data(), fds.size(), timeoutMs);
+        const int err = errno;
         if (SOHConfigure::IsSchemeClosed(GetName())) {
             SOH_LOGE("cvt has closed by app\n");  // wording shared with the CVT monitor
             break;
         }
         if (n < 0) {
-            int err = errno;
-            SOH_LOGE("poll error:%d found in %s\n", err, name);
             if (err == EINTR) {
                 continue;
             }
-            break;
-        }
-        if (n == 0) {
-            SOH_LOGE("poll time out in %s\n", name);
+            if (pollBackoff.Fail()) {
+                SOH_LOGE("poll error:%d found in %s\n", err, name);
+                SOH_LOGE("%s: poll failed %llu times, retrying in %lld s\n", name,
+                         static_cast<unsigned long long>(pollBackoff.Failures()),
+                         pollBackoff.StepSeconds());
+            }
+            pollBackoff.Wait();
             continue;
         }
+        pollBackoff.Reset();
+        if (n == 0 && timeoutMs < 0) {
+            SOH_LOGE("poll time out in %s\n", name);
+        }
         for (size_t i = 0; i < fds.size(); ++i) {
-            if ((fds[i].revents & POLLPRI) == 0) {
+            if (fds[i].revents == 0) {
                 continue;
             }
-            const std::string& path = nodes[i]->first;
-            SOH_LOGI("monitor %s node file receive event %x\n", path.c_str(),
-                     static_cast<unsigned>(fds[i].revents));
-            std::unique_ptr<EisInfo> info = MakeInfo(nodes[i]->second);
-            if (info == nullptr) {
-                SOH_LOGE("can't find process for %s\n", path.c_str());
-            } else if (!Processor(normalMode, fds[i].fd, *info)) {
-                SOH_LOGE("process %s datum failed\n", path.c_str());
+            WatchedNode& w = *polled[i];
+            if (HandleWakeUp(w.node->first, w.node->second, w.fd, fds[i].revents, normalMode,
+                             w.backoff)) {
+                w.reopenLogged = false;
+                announce = true;
+                continue;
             }
+            // No record came: a dead descriptor may never recover, so open the node afresh
+            // after one back-off step.
+            if (w.backoff.Fail()) {
+                SOH_LOGE(
+                    "%s in %s: wake-up %x brought no record (%llu times), re-opening in "
+                    "%lld s\n",
+                    w.node->first.c_str(), name, static_cast<unsigned>(fds[i].revents),
+                    static_cast<unsigned long long>(w.backoff.Failures()), w.backoff.StepSeconds());
+            }
+            close(w.fd);
+            w.fd = -1;
+            w.reopenAtNs = SohClock::MonoNs() + w.backoff.TakeStepNs();
+        }
+        const int64_t after = SohClock::MonoNs();
+        for (WatchedNode& w : watched) {
+            if (w.fd >= 0 || after < w.reopenAtNs) {
+                continue;
+            }
+            w.fd = OpenNode(w.node->first);
+            if (w.fd < 0) {
+                if (w.backoff.Fail()) {
+                    SOH_LOGE("%s in %s cannot be opened: %s (%llu times), retrying in %lld s\n",
+                             w.node->first.c_str(), name, strerror(errno),
+                             static_cast<unsigned long long>(w.backoff.Failures()),
+                             w.backoff.StepSeconds());
+                }
+                w.reopenAtNs = after + w.backoff.TakeStepNs();
+                continue;
+            }
+            Arm(w.fd);  // events from here on are seen
+            if (!w.reopenLogged) {
+                w.reopenLogged = true;
+                SOH_LOGE("%s in %s opened again after %llu failures\n", w.node->first.c_str(), name,
+                         static_cast<unsigned long long>(w.backoff.Failures()));
+            }
+            announce = true;
         }
     }
-    for (struct pollfd& p : fds) {
-        close(p.fd);
+    for (WatchedNode& w : watched) {
+        if (w.fd >= 0) {
+            close(w.fd);
+        }
     }
     SOH_LOGI("%s was going to be terminaled\n", name);
+}
+
+bool EISEstimator::HandleWakeUp(const std::string& path, int type, int fd, short revents,
+                                bool normalMode, SohBackoff& backoff) {
+    if ((revents & POLLPRI) == 0) {
+        return false;  // POLLHUP, POLLERR or POLLNVAL alone: nothing to read
+    }
+    const bool failing = backoff.Failing();
+    if (!failing) {
+        SOH_LOGI("monitor %s node file receive event %x\n", path.c_str(),
+                 static_cast<unsigned>(revents));
+    }
+    std::unique_ptr<EisInfo> info = MakeInfo(type);
+    if (info == nullptr) {
+        SOH_LOGE("can't find process for %s\n", path.c_str());
+        return true;
+    }
+    info->SetQuiet(failing);
+    if (!Processor(normalMode, fd, *info)) {
+        if (!info->Taken()) {
+            return false;  // the node's fault, not the datum's
+        }
+        SOH_LOGE("process %s datum failed\n", path.c_str());
+    }
+    const uint64_t failures = backoff.Reset();
+    if (failures > 0) {
+        SOH_LOGE("%s gives records again after %llu failures\n", path.c_str(),
+                 static_cast<unsigned long long>(failures));
+    }
+    return true;
 }
 
 bool EISEstimator::Processor(bool mode, int fd, EisInfo& info) {

@@ -40,6 +40,7 @@
 #include <vector>
 
 #include "core/soh_algo_para.h"
+#include "core/soh_backoff.h"
 #include "core/soh_estimator.h"
 #include "eis/eis_info.h"
 #include "eisdata.pb.h"
@@ -55,7 +56,11 @@ public:
     void InitParas(const Json::Value& paras);
 
     // Body of the thread of monitor `index`: arms its nodes and handles their events until
-    // the scheme is closed or no node is left.
+    // the scheme is closed. A node whose arming read fails stays watched. A node that cannot
+    // be opened, or whose wake-up brings no record (POLLHUP/POLLERR/POLLNVAL without POLLPRI,
+    // a read that fails or comes short), is closed and opened again after a back-off step
+    // (1 s doubling to 5 min, per node, through the clock seam); the first failure is logged,
+    // then counts at the 2nd, 4th, 8th... and the recovery once.
     void Monitor(size_t index);
     // Handles one measurement on `fd`; `mode` (normal boot) allows the report.
     bool Processor(bool mode, int fd, EisInfo& info);
@@ -74,6 +79,12 @@ public:
     uint32_t Version() const { return version_; }
 
 private:
+    // Handles one wake-up of node `path` (processor `type`) on `fd`: true when it brought a
+    // record (processed or not), false when the node is at fault. Logs quietly while
+    // `backoff` counts failures, and ends the run of failures on success.
+    bool HandleWakeUp(const std::string& path, int type, int fd, short revents, bool normalMode,
+                      SohBackoff& backoff);
+
     struct EisMonitor {
         std::string name;
         std::vector<std::pair<std::string, int>> nodes;  // device path, processor type

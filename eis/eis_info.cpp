@@ -3,7 +3,10 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <mutex>
 
 #include "core/soh_big_data.h"
 #include "core/soh_enviroment.h"
@@ -50,12 +53,38 @@ bool EisInfo::GetRawInfo(int fd, void* buf, size_t len) {
     char extra = 0;
     ssize_t ex = n == static_cast<ssize_t>(len) ? read(fd, &extra, 1) : 0;
     lseek(fd, 0, SEEK_SET);
-    if (n != static_cast<ssize_t>(len) || ex != 0) {
+    taken_ = n == static_cast<ssize_t>(len) && ex == 0;
+    if (!taken_ && !quiet_) {
         SOH_LOGE("get raw information size:%d, ex:%d failed\n", static_cast<int>(n),
                  static_cast<int>(ex));
-        return false;
     }
-    return true;
+    return taken_;
+}
+
+int EisInfo::CutTornTail(const std::string& logPath, size_t recordSize) {
+    const std::string host = SohRoot::RootPath(logPath);
+    std::lock_guard<std::mutex> lock(AppendLock());
+    struct stat st {};
+    if (stat(host.c_str(), &st) != 0) {
+        return errno == ENOENT ? 0 : -1;
+    }
+    const off_t whole = st.st_size - st.st_size % static_cast<off_t>(recordSize);
+    if (whole == st.st_size) {
+        return 0;
+    }
+    if (truncate(host.c_str(), whole) != 0) {
+        SOH_LOGE("%s has a torn tail of %ld bytes and cannot be cut: %s\n", logPath.c_str(),
+                 static_cast<long>(st.st_size - whole), strerror(errno));
+        return -1;
+    }
+    SOH_LOGE("%s had a torn tail: cut from %ld to %ld bytes\n", logPath.c_str(),
+             static_cast<long>(st.st_size), static_cast<long>(whole));
+    return 0;
+}
+
+std::mutex& EisInfo::AppendLock() {
+    static std::mutex lock;
+    return lock;
 }
 
 bool EisInfo::FillHeader(char* updTime, char* batVendor) {
@@ -65,7 +94,9 @@ bool EisInfo::FillHeader(char* updTime, char* batVendor) {
 
 bool EisInfo::RecordBigdata(const void* buf, size_t len) {
     const char* path = logPath_.c_str();
-    int fd = open(SohRoot::RootPath(logPath_).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0660);
+    std::lock_guard<std::mutex> lock(AppendLock());
+    int fd =
+        open(SohRoot::RootPath(logPath_).c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0660);
     if (fd < 0) {
         SOH_LOGE("read %s failed: %s\n", path, strerror(errno));
         return false;
@@ -96,7 +127,9 @@ bool EisInfo::RecordBigdata(const void* buf, size_t len) {
 AcrInfo::AcrInfo() : EisInfo(EisNodes::kAcrLogFile, kEventId, PROCESSOR_ACR) {}
 
 bool AcrInfo::GetInfo(int fd) {
-    SOH_LOGI("going to read acr information\n");
+    if (!Quiet()) {
+        SOH_LOGI("going to read acr information\n");
+    }
     return GetRawInfo(fd, &raw_, sizeof(raw_));
 }
 
@@ -155,7 +188,9 @@ void AcrInfo::ToRawDatum(Eis::RawDatum& datum) const {
 DcrInfo::DcrInfo() : EisInfo(EisNodes::kDcrLogFile, kEventId, PROCESSOR_DCR) {}
 
 bool DcrInfo::GetInfo(int fd) {
-    SOH_LOGI("going to read dcr information\n");
+    if (!Quiet()) {
+        SOH_LOGI("going to read dcr information\n");
+    }
     return GetRawInfo(fd, &raw_, sizeof(raw_));
 }
 

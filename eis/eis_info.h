@@ -6,13 +6,17 @@
 // byte order): a node holding fewer or more bytes is refused. Info2Bigdata fills the log
 // record: "UPDTIME" (UTC "%F %T"), "BATVENDOR" (battery type) and the measured fields; every
 // other field is 0. The same fields make the event (ACR 930001004, DCR 930001005), in record
-// order. The log record is appended to the log file only while the file holds whole records.
+// order. The log record is appended to the log file only while the file holds whole records:
+// appends are made with O_APPEND in one write of a whole record, under a process-wide lock,
+// and a short write is cut back; CutTornTail repairs a file left torn by a crash.
 //
-// Ownership: one object per measurement, owned by the monitor thread that reads it.
+// Ownership: one object per measurement, owned by the monitor thread that reads it. Appends
+// from several monitor threads are serialised by the append lock.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
 #include <string>
 
 #include "eisdata.pb.h"
@@ -106,6 +110,16 @@ public:
     virtual bool RecordBigdata() = 0;
     virtual void ToRawDatum(Eis::RawDatum& datum) const = 0;
 
+    // Cuts the log file `logPath` (device path) back to a whole number of `recordSize`-byte
+    // records, logging what it cut. 0 when the file is whole, missing or was cut; -1 when it
+    // could not be read or cut (logged).
+    static int CutTornTail(const std::string& logPath, size_t recordSize);
+
+    // While quiet, reading logs nothing (a monitor retrying a failing node counts instead).
+    void SetQuiet(bool quiet) { quiet_ = quiet; }
+    // Whether the last GetInfo read one whole raw record.
+    bool Taken() const { return taken_; }
+
     ProcessorType GetType() const { return type_; }
     uint32_t EventId() const { return eventId_; }
     const std::string& LogPath() const { return logPath_; }
@@ -117,11 +131,17 @@ protected:
     bool FillHeader(char* updTime, char* batVendor);
     // Appends one record of `len` bytes (see the file comment); true when written whole.
     bool RecordBigdata(const void* buf, size_t len);
+    bool Quiet() const { return quiet_; }
 
 private:
+    // Serialises the appends and repairs of every record log of the process.
+    static std::mutex& AppendLock();
+
     const std::string logPath_;  // device path
     const uint32_t eventId_;
     const ProcessorType type_;
+    bool quiet_ = false;
+    bool taken_ = false;
 };
 
 class AcrInfo : public EisInfo {

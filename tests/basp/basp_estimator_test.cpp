@@ -5,8 +5,10 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <thread>
 
 #include "basp/basp_estimator.h"
+#include "platform/host/soh_clock_test.h"
 #include "protectors/dc_cur_limitator.h"
 #include "protectors/dc_volt_limitator.h"
 #include "protectors/limit_nodes.h"
@@ -23,9 +25,10 @@ namespace {
 struct Kernel {
     std::mutex lock;
     std::condition_variable changed;
-    int pending = 0;    // guarded by lock
-    int waits = 0;      // guarded by lock
-    int failErrno = 0;  // guarded by lock
+    int pending = 0;     // guarded by lock
+    int waits = 0;       // guarded by lock
+    int failErrno = 0;   // guarded by lock
+    short wakeWith = 0;  // guarded by lock; when set, every wait returns at once with it
 
     void Signal() {
         std::lock_guard<std::mutex> l(lock);
@@ -58,6 +61,10 @@ protected:
         std::unique_lock<std::mutex> l(k.lock);
         ++k.waits;
         k.changed.notify_all();
+        if (k.wakeWith != 0 && k.failErrno == 0) {
+            pfd.revents = k.wakeWith;
+            return 1;
+        }
         if (!k.changed.wait_for(l, std::chrono::seconds(10),
                                 [&] { return k.pending > 0 || k.failErrno != 0; })) {
             errno = ETIMEDOUT;
@@ -203,3 +210,94 @@ TEST_F(EstimatorTest, FirstBatteryThatInitialisesIsTheOnlyOneUsed) {
 }
 
 }  // namespace
+
+namespace {
+
+// Waits (real time, bounded) until the loop under test sleeps on the manual clock.
+bool Asleep() {
+    for (int i = 0; i < 10000; ++i) {
+        if (SohClockTest::Sleepers() > 0) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return false;
+}
+
+int Waits() {
+    std::lock_guard<std::mutex> l(TheKernel().lock);
+    return TheKernel().waits;
+}
+
+}  // namespace
+
+// A node that keeps waking the loop without a record (hung up, error, invalid descriptor, or
+// POLLPRI with a read that comes short) must not spin: one wait per back-off step, a log
+// line at the 1st and 2nd failure only, and the record is taken as soon as the node answers.
+TEST_F(EstimatorTest, AWakeUpWithoutARecordBacksOffAndRecoversWhenTheNodeAnswers) {
+    const std::string record = dev.Read(BaspNodes::kAgingData);
+    const struct {
+        short revents;
+        const char* text;
+    } cases[] = {{POLLHUP, "wake-up 10 brought"},
+                 {POLLERR, "wake-up 8 brought"},
+                 {POLLNVAL, "wake-up 20 brought"},
+                 {POLLPRI | POLLERR, "wake-up a brought"}};
+    Basp();
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        SignalledBasp basp("BASP");
+        dev.Write(BaspNodes::kAgingData, record.substr(0, 31));
+        {
+            std::lock_guard<std::mutex> l(TheKernel().lock);
+            TheKernel().waits = 0;
+            TheKernel().failErrno = 0;
+            TheKernel().wakeWith = c.revents;
+        }
+        std::thread loop([&] { EXPECT_EQ(basp.Select(), -1); });
+        ASSERT_TRUE(Asleep());
+        EXPECT_EQ(Waits(), 1);  // a spinning loop has waited thousands of times by now
+        // Steps of 1 s, then 2 s: one more wait after each.
+        SohClockTest::Advance(kSec);
+        ASSERT_TRUE(TheKernel().WaitForWaits(2));
+        ASSERT_TRUE(Asleep());
+        SohClockTest::Advance(kSec);  // half of the 2 s step: no new wait
+        SohClockTest::Advance(kSec);
+        ASSERT_TRUE(TheKernel().WaitForWaits(3));
+        ASSERT_TRUE(Asleep());
+        EXPECT_EQ(Waits(), 3);
+        EXPECT_EQ(dev.CountLogContaining(c.text), 2);  // the 1st and 2nd failure, not the 3rd
+
+        // The node answers again: the record found on re-opening is applied.
+        dev.Write(BaspNodes::kPolicy, "");
+        dev.Write(BaspNodes::kAgingData, record);
+        {
+            std::lock_guard<std::mutex> l(TheKernel().lock);
+            TheKernel().wakeWith = 0;
+        }
+        SohClockTest::Advance(4 * kSec);
+        ASSERT_TRUE(TheKernel().WaitForWaits(4));
+        EXPECT_EQ(dev.Read(BaspNodes::kPolicy).size(), sizeof(BaspBattery::BatteryAgingPolicy));
+        TheKernel().Fail(EBADF);
+        loop.join();
+    }
+    EXPECT_EQ(dev.CountLog("basp: aging records readable again after 3 failures\n"), 4);
+    // One at each start, one at the first POLLPRI wake-up of the last case.
+    EXPECT_EQ(dev.CountLog("read aging data failed and size is 31\n"), 4 + 1);
+}
+
+TEST_F(EstimatorTest, AClosedSchemeEndsTheBackOffWithinOneStep) {
+    Basp();
+    SignalledBasp basp("BASP");
+    {
+        std::lock_guard<std::mutex> l(TheKernel().lock);
+        TheKernel().wakeWith = POLLHUP;
+    }
+    std::thread loop([&] { EXPECT_EQ(basp.Select(), 0); });
+    ASSERT_TRUE(Asleep());
+    SOHConfigure::CloseScheme("BASP");
+    SohClockTest::Advance(kSec);
+    loop.join();
+    EXPECT_TRUE(dev.HasLog("basp has closed by app\n"));
+    EXPECT_EQ(Waits(), 1);
+}

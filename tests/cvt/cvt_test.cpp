@@ -416,3 +416,62 @@ TEST_F(CvtTest, MonitorStopsWhenTheEventNodeIsMissing) {
 }
 
 }  // namespace
+
+namespace {
+
+class CvtSamplingTest : public CvtTest {};
+
+// The phase is timed on the monotonic clock: a wall clock set back an hour mid-charge does
+// not change the measured duration.
+TEST_F(CvtSamplingTest, DurationIgnoresWallClockSteps) {
+    CvtBattery battery;
+    ASSERT_TRUE(battery.Init(BatteryConfig()));
+    ChargeFrom(4300);
+    Run([&] { battery.ConstantVoltageTime(); });
+    Step();
+    Sample(4300, 96, 0, 150);
+    Step();
+    ASSERT_TRUE(dev.HasLog("start CVT calculate, soc=96 vol=4300 cur=-420\n"));
+    SohClockTest::SetWall((kStartWall - 3600) * kSec);
+    Step();
+    Sample(4320, 100, 1, 150);
+    Step();
+    ASSERT_TRUE(done_);
+    EXPECT_EQ(StoredRecord().orgCvt[0], 2 * static_cast<int>(CvtBattery::kSampleSeconds));
+}
+
+// Inputs that stay unreadable end the measurement after a bounded number of samples, whether
+// the charger status or the battery's own nodes fail; a readable sample resets the count.
+TEST_F(CvtSamplingTest, InputsThatStayUnreadableEndTheMeasurement) {
+    for (const char* node : {CvtNodes::kChargerStatus, CvtNodes::kBatteryCapacity}) {
+        SCOPED_TRACE(node);
+        CvtBattery battery;
+        ASSERT_TRUE(battery.Init(BatteryConfig()));
+        ChargeFrom(4300);
+        done_ = false;
+        Run([&] { battery.ConstantVoltageTime(); });
+        Step();  // access conditions, first sample
+        dev.Remove(node);
+        for (unsigned i = 1; i < CvtBattery::kMaxUnreadableSamples / 2; ++i) {
+            Step();
+        }
+        ChargeFrom(4300);  // one readable sample
+        Step();
+        dev.Remove(node);
+        for (unsigned i = 1; i < CvtBattery::kMaxUnreadableSamples && !done_; ++i) {
+            Step();
+        }
+        EXPECT_FALSE(done_);  // the count started again at the readable sample
+        Step();
+        EXPECT_TRUE(done_);
+        runner_.join();
+        close(watch_);
+        watch_ = -1;
+    }
+    EXPECT_EQ(dev.CountLog("cvt: charger or battery unreadable for 60 samples, measurement "
+                           "abandoned\n"),
+              2);
+    EXPECT_EQ(dev.Read(CvtNodes::kCvtFile), "");
+}
+
+}  // namespace

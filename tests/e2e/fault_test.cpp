@@ -111,6 +111,8 @@ TEST_F(FaultTest, ANodeThatDisappearsAndAnEventStormLoseNothingValid) {
     EXPECT_TRUE(Logged("get raw information size:", 1)) << Log();
     EXPECT_EQ(Size("/log/soh/acr.dat"), 212u);
     kernel->SetFault(kAcr, {});
+    // The monitor opens the node again on its back-off; events from then on are seen.
+    ASSERT_TRUE(Logged("acr_info in acr opened again after")) << Log();
 
     // A storm of events: each wake-up reads the node once; every record appended is whole.
     // (Kept small enough for the sanitizer builds, where each event costs milliseconds.)

@@ -11,7 +11,9 @@
 #include <cstring>
 #include <mutex>
 #include <thread>
+#include <vector>
 
+#include "core/soh_configure.h"
 #include "core/soh_enviroment.h"
 #include "core/soh_log.h"
 #include "eis/eis_estimator.h"
@@ -185,6 +187,59 @@ TEST_F(EisTest, ShortWriteIsTruncatedBack) {
     EXPECT_EQ(dev.Read(EisNodes::kAcrLogFile).size(), sizeof(AcrRecord));
 }
 
+// Appends from several monitor threads land as whole records, none lost or interleaved.
+TEST_F(EisTest, ConcurrentAppendsStayWholeRecords) {
+    struct Appender : AcrInfo {
+        using EisInfo::RecordBigdata;
+    };
+    constexpr int kThreads = 8;
+    constexpr int kEach = 50;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([t] {
+            Appender a;
+            std::string record(sizeof(AcrRecord), static_cast<char>('a' + t));
+            for (int i = 0; i < kEach; ++i) {
+                EXPECT_TRUE(a.RecordBigdata(record.data(), record.size()));
+            }
+        });
+    }
+    for (std::thread& t : threads) {
+        t.join();
+    }
+    const std::string log = dev.Read(EisNodes::kAcrLogFile);
+    ASSERT_EQ(log.size(), sizeof(AcrRecord) * kThreads * kEach);
+    int perThread[kThreads] = {};
+    for (size_t at = 0; at < log.size(); at += sizeof(AcrRecord)) {
+        const std::string record = log.substr(at, sizeof(AcrRecord));
+        ASSERT_EQ(record, std::string(sizeof(AcrRecord), record[0])) << "torn at " << at;
+        ++perThread[record[0] - 'a'];
+    }
+    for (int n : perThread) {
+        EXPECT_EQ(n, kEach);
+    }
+}
+
+// A record log left torn (a crash mid-write) is cut back to whole records when the monitors
+// start, so that appends go on; whole or missing logs are left alone.
+TEST_F(EisTest, ATornTailIsCutBackAtStart) {
+    const std::string acr(2 * sizeof(AcrRecord), 'r');
+    dev.Write(EisNodes::kAcrLogFile, acr + "torn");
+    dev.Write(EisNodes::kDcrLogFile, std::string(sizeof(DcrRecord), 'd'));
+    EstimatorPool().Register("EIS", [](const char* n) { return new EISEstimator(n); });
+    auto* eis = static_cast<EISEstimator*>(EstimatorPool().GetObjectByName("EIS"));
+    ASSERT_GT(eis->MonitorCount(), 0u);
+    eis->StartMonitor();
+    EXPECT_EQ(dev.Read(EisNodes::kAcrLogFile), acr);
+    EXPECT_TRUE(dev.HasLog("/log/soh/acr.dat had a torn tail: cut from 428 to 424 bytes\n"));
+    EXPECT_EQ(dev.Read(EisNodes::kDcrLogFile).size(), sizeof(DcrRecord));
+    EXPECT_EQ(dev.CountLogContaining("torn tail"), 1);
+
+    dev.Remove(EisNodes::kDcrLogFile);
+    EXPECT_EQ(EisInfo::CutTornTail(EisNodes::kDcrLogFile, sizeof(DcrRecord)), 0);
+    EXPECT_FALSE(dev.Exists(EisNodes::kDcrLogFile));
+}
+
 TEST_F(EisTest, HistoryVersionAndHashRules) {
     EISEstimator eis("EISHIST");
     EXPECT_EQ(eis.Version(), 2005u);
@@ -277,7 +332,10 @@ TEST_F(EisTest, HistoryPathEndsAtTheDefaultUnifier) {
     EXPECT_TRUE(dev.HasLog("Judge1 do not have type, no filter applied\n"));
 }
 
-TEST_F(EisTest, RunStateStopsOnlyWithTheLastMonitor) {
+// A node that cannot be armed (empty before the driver's first measurement) stays watched; a
+// node that cannot be opened is retried on the back-off; only a closed scheme ends the
+// monitors, and the run state stops with the last of them.
+TEST_F(EisTest, MonitorsKeepUnarmedOrMissingNodesAndEndOnlyWhenClosed) {
     dev.Write("/sys/devices/platform/vorlan_batt_soh/eis/empty", "");
     for (const char* name : {"EISLIVE", "EISDEAD"}) {
         EstimatorPool().Register(name, [](const char* n) { return new EISEstimator(n); });
@@ -285,7 +343,7 @@ TEST_F(EisTest, RunStateStopsOnlyWithTheLastMonitor) {
     auto* live = static_cast<EISEstimator*>(EstimatorPool().GetObjectByName("EISLIVE"));
     EXPECT_EQ(live->MonitorCount(), 2u);  // "none" has no node that opens
     EXPECT_EQ(dev.CountLog("/sys/devices/platform/vorlan_batt_soh/eis/gone can't open\n"), 2);
-    dev.Write(kDcrNode, "");  // the DCR monitor cannot arm its node and ends
+    dev.Write(kDcrNode, "");  // the DCR monitor cannot arm its node
     live->StartMonitor();
     auto waitLog = [&](const std::string& line) {
         for (int i = 0; i < 5000 && !dev.HasLog(line); ++i) {
@@ -293,20 +351,35 @@ TEST_F(EisTest, RunStateStopsOnlyWithTheLastMonitor) {
         }
         return dev.HasLog(line);
     };
-    EXPECT_TRUE(waitLog("dcr was going to be terminaled\n"));
+    EXPECT_TRUE(waitLog("poll start in dcr\n"));
     EXPECT_TRUE(waitLog("poll start in acr\n"));
+    EXPECT_TRUE(dev.HasLog("fail read fd of " + std::string(kDcrNode) + " in dcr\n"));
     EXPECT_TRUE(dev.HasLog("1 byte read success form fd of " + std::string(kAcrNode) + "\n"));
     EXPECT_EQ(live->GetRunState(), "run");
 
+    // Both nodes of EISDEAD vanish after start-up: each monitor retries its node on a timer.
     auto* dead = static_cast<EISEstimator*>(EstimatorPool().GetObjectByName("EISDEAD"));
+    dev.Remove("/sys/devices/platform/vorlan_batt_soh/eis/empty");
     dead->StartMonitor();
+    EXPECT_TRUE(waitLog("poll start in a\n"));
+    EXPECT_TRUE(waitLog("poll start in b\n"));
+    for (int i = 0; i < 3; ++i) {  // 1 + 2 + 4 s: three failed opens, two of them logged
+        SohClockTest::Advance(4 * 1000000000LL);
+    }
+    EXPECT_TRUE(
+        waitLog("/sys/devices/platform/vorlan_batt_soh/eis/empty in a cannot be opened: "
+                "No such file or directory (2 times), retrying in 2 s\n"));
+    EXPECT_EQ(dead->GetRunState(), "run");
+    SOHConfigure::CloseScheme("EISDEAD");
+    SohClockTest::Advance(16 * 1000000000LL);  // one step at most
     {
         std::unique_lock<std::mutex> l(EstimatorStateLock);  // as the supervisor waits
         EXPECT_TRUE(EstimatorStateChanged.wait_for(l, std::chrono::seconds(10),
                                                    [&] { return dead->GetRunState() == "stop"; }));
     }
     EXPECT_EQ(dead->GetRunState(), "stop");
-    EXPECT_EQ(dev.CountLogContaining("was going to be terminaled"), 3);
+    EXPECT_EQ(dev.CountLogContaining("was going to be terminaled"), 2);
+    EXPECT_EQ(live->GetRunState(), "run");
 }
 
 }  // namespace

@@ -120,7 +120,10 @@ TEST_F(FaultTest, ANodeThatDisappearsAndAnEventStormLoseNothingValid) {
     for (int i = 0; i < kStorm; ++i) {
         RaiseAcr(43000);
     }
-    std::this_thread::sleep_for(milliseconds(500));
+    // Wait for the appends, not for a time: at least one record of the storm must land.
+    for (int i = 0; i < 6000 && Size("/log/soh/acr.dat") <= 212; ++i) {
+        std::this_thread::sleep_for(milliseconds(10));
+    }
     EXPECT_TRUE(Alive()) << Log();
     const uint64_t size = Size("/log/soh/acr.dat");
     EXPECT_GT(size, 212u);

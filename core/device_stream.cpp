@@ -1,5 +1,6 @@
 #include "core/device_stream.h"
 
+#include "core/soh_fault_gate.h"
 #include "platform/soh_root.h"
 
 DeviceStream::~DeviceStream() {
@@ -14,16 +15,57 @@ bool DeviceStream::IsOpen() {
     }
     int fd = open(SohRoot::RootPath(path_).c_str(), flags_ | O_CLOEXEC);
     if (fd < 0) {
-        SOH_LOGE("open file %s failed, error is %s\n", path_.c_str(), strerror(errno));
+        const int err = errno;
+        uint64_t count = 0;
+        if (SohFaultGate::Fail(path_, &count)) {
+            LogFailure(Op::kOpen, path_.c_str(), -1, err, count);
+        }
         return false;
     }
     fd_ = fd;
     return true;
 }
 
+void DeviceStream::LogFailure(Op op, const char* path, int len, int err, uint64_t count) {
+    // The first failure of a run keeps the plain message; later logged ones (2nd, 4th, 8th,
+    // ...) say how many there were, so a node that stays broken costs a few lines a day.
+    char more[48] = "";
+    if (count > 1) {
+        snprintf(more, sizeof(more), " (%llu times in a row)\n",
+                 static_cast<unsigned long long>(count));
+    }
+    switch (op) {
+        case Op::kOpen:
+            SOH_LOGE("open file %s failed, error is %s%s", path, strerror(err),
+                     count > 1 ? more : "\n");
+            break;
+        case Op::kRead:
+            SOH_LOGE("read file %s len %d failed, error is %s%s", path, len, strerror(err), more);
+            break;
+        case Op::kWrite:
+            SOH_LOGE("write file %s len %d failed, error is %s%s", path, len, strerror(err), more);
+            break;
+    }
+}
+
+void DeviceStream::Succeeded() {
+    const uint64_t ended = SohFaultGate::Ok(path_);
+    if (ended > 0) {
+        SOH_LOGE("file %s works again after %llu failures\n", path_.c_str(),
+                 static_cast<unsigned long long>(ended));
+    }
+}
+
+void DeviceStream::Failed(Op op, ssize_t n) {
+    const int err = errno;
+    uint64_t count = 0;
+    if (SohFaultGate::Fail(path_, &count)) {
+        LogFailure(op, path_.c_str(), static_cast<int>(n), err, count);
+    }
+}
+
 void DeviceReader::LogReadFailure(ssize_t n) {
-    SOH_LOGE("read file %s len %d failed, error is %s", Path().c_str(), static_cast<int>(n),
-             strerror(errno));
+    Failed(Op::kRead, n);
 }
 
 std::istringstream& DeviceReader::TextStream(const char* text) {
@@ -45,6 +87,7 @@ int DeviceReader::ReadRawStr(char* buf, unsigned len) {
         LogReadFailure(n);
         return -1;
     }
+    Succeeded();
     buf[len - 1] = '\0';
     return 0;
 }
@@ -55,9 +98,9 @@ int DeviceWriter::WriteBytes(const void* data, size_t len) {
     }
     ssize_t n = write(fd_, data, len);
     if (n != static_cast<ssize_t>(len)) {
-        SOH_LOGE("write file %s len %d failed, error is %s", Path().c_str(), static_cast<int>(n),
-                 strerror(errno));
+        Failed(Op::kWrite, n);
         return -1;
     }
+    Succeeded();
     return 0;
 }

@@ -46,6 +46,30 @@ TEST_F(StreamTest, RecordReadNeedsExactlyItsSize) {
     EXPECT_TRUE(dev.HasLog("open file /sys/missing failed, error is No such file or directory\n"));
 }
 
+TEST_F(StreamTest, ANodeThatKeepsFailingIsLoggedAtDoublingCountsAndItsRecoveryOnce) {
+    // A sampling loop that reads a missing node every turn: 1st, 2nd, 4th, 8th failure logged.
+    int v = 0;
+    for (int turn = 0; turn < 10; ++turn) {
+        EXPECT_EQ(DeviceReader("/sys/gone").ReadStrToT(v), -1);
+    }
+    EXPECT_EQ(dev.CountLogContaining("open file /sys/gone failed"), 4);
+    EXPECT_TRUE(dev.HasLog("open file /sys/gone failed, error is No such file or directory\n"));
+    EXPECT_TRUE(dev.HasLog(
+        "open file /sys/gone failed, error is No such file or directory (8 times in a row)\n"));
+    // Another node's failures are counted apart.
+    EXPECT_EQ(DeviceReader("/sys/other").ReadStrToT(v), -1);
+    EXPECT_EQ(dev.CountLogContaining("open file /sys/other failed"), 1);
+
+    dev.Write("/sys/gone", "5\n");
+    EXPECT_EQ(DeviceReader("/sys/gone").ReadStrToT(v), 0);
+    EXPECT_EQ(DeviceReader("/sys/gone").ReadStrToT(v), 0);
+    EXPECT_EQ(dev.CountLogContaining("file /sys/gone works again after 10 failures"), 1);
+    // A new run of failures starts logging from its first again.
+    dev.Remove("/sys/gone");
+    EXPECT_EQ(DeviceReader("/sys/gone").ReadStrToT(v), -1);
+    EXPECT_EQ(dev.CountLogContaining("open file /sys/gone failed"), 5);
+}
+
 TEST_F(StreamTest, TextReadsParseNumbersAndKeepValueOnGarbage) {
     dev.Write("/sys/n", "  42 mA\n");
     int v = 7;

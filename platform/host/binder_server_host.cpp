@@ -42,7 +42,8 @@ using BinderWire::RecvAll;
 using BinderWire::RecvResult;
 
 constexpr int kListenBacklog = 64;
-constexpr int kAcceptRetryMs = 100;
+constexpr int kAcceptRetryMs = 50;
+constexpr int kAcceptRetryMaxMs = 800;
 
 struct Service {
     std::string name;
@@ -203,23 +204,34 @@ void ServeConnection(int sock, const sp<IBinder>& binder) {
     ReleaseSlot();
 }
 
+// Accepts connections for ever. When accept() fails for a reason that lasts (out of
+// descriptors: the pending connection stays queued and the socket stays readable, so
+// retrying at once would spin), it waits kAcceptRetryMs doubling up to kAcceptRetryMaxMs
+// between tries, logs the first failure and, once a connection is accepted again, how many
+// tries failed.
 void AcceptLoop(Service* service) {
-    bool failureLogged = false;
+    long failures = 0;
+    int retryMs = kAcceptRetryMs;
     for (;;) {
         int sock = accept4(service->listenFd, nullptr, nullptr, SOCK_CLOEXEC);
         if (sock < 0) {
             if (errno == EINTR || errno == ECONNABORTED) {
                 continue;
             }
-            if (!failureLogged) {
+            if (failures++ == 0) {
                 LogError("binder service %s: accept failed: %s\n", service->name.c_str(),
                          strerror(errno));
-                failureLogged = true;
             }
-            poll(nullptr, 0, kAcceptRetryMs);  // e.g. out of descriptors: let some close
+            poll(nullptr, 0, retryMs);
+            retryMs = retryMs * 2 > kAcceptRetryMaxMs ? kAcceptRetryMaxMs : retryMs * 2;
             continue;
         }
-        failureLogged = false;
+        if (failures > 0) {
+            LogError("binder service %s: accepting again after %ld failed tries\n",
+                     service->name.c_str(), failures);
+            failures = 0;
+            retryMs = kAcceptRetryMs;
+        }
         if (!TakeSlot(service->name)) {
             close(sock);
             continue;

@@ -41,6 +41,13 @@ bool LinkFree(const std::string& path, bool withLeaf) {
     return true;
 }
 
+// Names the file and the reason (full partition, no descriptors, ...) beside the caller's own
+// message; leaves errno as `err`.
+void LogSaveFailure(const std::string& path, int err) {
+    SOH_LOGE("save %s failed, error is %s\n", path.c_str(), strerror(err));
+    errno = err;
+}
+
 }  // namespace
 
 bool Exists(const std::string& path) {
@@ -146,6 +153,7 @@ bool WriteAtomic(const std::string& path, const std::string& data, mode_t mode, 
         if (openFailed != nullptr) {
             *openFailed = true;
         }
+        LogSaveFailure(path, errno);
         return false;
     }
     fchmod(fd, mode);  // the umask must not narrow the record's mode
@@ -175,7 +183,7 @@ bool WriteAtomic(const std::string& path, const std::string& data, mode_t mode, 
     }
     saved = errno != 0 ? errno : saved;
     unlink(tmp.c_str());
-    errno = saved;
+    LogSaveFailure(path, saved);
     return false;
 }
 

@@ -35,7 +35,8 @@ int Rename(const std::string& from, const std::string& to);
 bool ReadAll(const std::string& path, std::string& out, size_t maxBytes = 16u << 20);
 // Replaces the file with `data` atomically (see above). False (errno set) on failure; the
 // old file is then untouched and no temporary file is left behind (ENOSPC, EMFILE, a
-// directory that is a link: all leave the old file as it was). *openFailed (when given)
+// directory that is a link: all leave the old file as it was), logged as
+// "save <path> failed, error is <reason>" beside the caller's own message. *openFailed (when given)
 // tells whether the failure was the creation of the temporary file.
 bool WriteAtomic(const std::string& path, const std::string& data, mode_t mode = 0660,
                  bool* openFailed = nullptr);

@@ -30,6 +30,11 @@ protected:
         dev.MakeDir("/elsewhere");
         SOHLog::Instance().SetLogLevel(LOG_LEVEL_INFO);
     }
+    void TearDown() override {
+        if (!mounted_.empty()) {
+            umount2(mounted_.c_str(), MNT_DETACH);
+        }
+    }
     void Link(const std::string& target, const std::string& devicePath) {
         ASSERT_EQ(symlink(dev.HostPath(target).c_str(), dev.HostPath(devicePath).c_str()), 0);
     }
@@ -43,6 +48,7 @@ protected:
         p.add_schemes()->set_name(scheme);
         return p.SerializeAsString();
     }
+    std::string mounted_;  // host path of a tmpfs this test mounted, if any
 };
 
 TEST_F(StateFileTest, DataPathsAreNeverReadThroughLinksNorFromNonFiles) {
@@ -150,6 +156,7 @@ TEST_F(StateFileTest, AFullPartitionKeepsTheOldRecordAndTheNextChangeRetries) {
         mount("quen-test", dev.HostPath("/log/soh").c_str(), "tmpfs", 0, "size=64k") != 0) {
         GTEST_SKIP() << "cannot mount a private tmpfs here (" << strerror(errno) << ")";
     }
+    mounted_ = dev.HostPath("/log/soh");
     SOHConfigure::CloseScheme("BASP");
     const std::string old = dev.Read(kFile);
     ASSERT_EQ(old, Record("BASP"));
@@ -166,6 +173,8 @@ TEST_F(StateFileTest, AFullPartitionKeepsTheOldRecordAndTheNextChangeRetries) {
     }
     SOHConfigure::RefLimitRecord("DcVoltLimitator", "BASP", std::string(512, '4'));
     EXPECT_TRUE(dev.HasLog("failed to write syspara data\n"));
+    EXPECT_TRUE(
+        dev.HasLog("save /log/soh/sys_para.dat failed, error is No space left on device\n"));
     EXPECT_EQ(dev.CountLogContaining("limit from BASP to 4444"), 1);
     EXPECT_EQ(dev.Read(kFile), old);
     EXPECT_FALSE(dev.Exists("/log/soh/sys_para.dat.tmp"));
@@ -176,7 +185,6 @@ TEST_F(StateFileTest, AFullPartitionKeepsTheOldRecordAndTheNextChangeRetries) {
     ASSERT_TRUE(saved.ParseFromString(dev.Read(kFile)));
     EXPECT_EQ(saved.records_size(), 1);
     EXPECT_EQ(saved.asw().protect(), 1u);
-    umount2(dev.HostPath("/log/soh").c_str(), MNT_DETACH);
 }
 
 TEST_F(StateFileTest, NoFreeDescriptorsFailsTheSaveWhichTheNextChangeRetries) {
@@ -193,6 +201,7 @@ TEST_F(StateFileTest, NoFreeDescriptorsFailsTheSaveWhichTheNextChangeRetries) {
     ASSERT_EQ(errno, EMFILE);
     SOHConfigure::RefLimitRecord("NonDcCurLimitator", "APP", "1500");
     EXPECT_TRUE(dev.HasLog("syspara data file open failed to write\n"));
+    EXPECT_TRUE(dev.HasLog("save /log/soh/sys_para.dat failed, error is Too many open files\n"));
     EXPECT_TRUE(dev.HasLog("save NonDcCurLimitator limit from APP to 1500 fail\n"));
     EXPECT_FALSE(dev.Exists(kFile));
 

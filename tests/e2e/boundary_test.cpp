@@ -189,7 +189,7 @@ TEST_F(BoundaryTest, AFloodOfMixedRequestsIsAnsweredWholeWithFlatMemory) {
         return right.load();
     };
     // A first round lets the allocator and thread stacks reach their working size.
-    ASSERT_EQ(run(kPerClient / 5), kClients * (kPerClient / 5)) << Log();
+    ASSERT_EQ(run(kPerClient / 10), kClients * (kPerClient / 10)) << Log();
     const long rssBefore = Status("VmRSS");
     const long threadsBefore = Status("Threads");
     auto t0 = std::chrono::steady_clock::now();

@@ -8,7 +8,8 @@
 //
 // Locks: Registry::lock guards the service list and whether the pool runs, and serialises
 // addService (stale-socket check, bind). ConnectionSlots::lock guards the count of served
-// connections and the once-per-burst refusal log flag. Neither is held while serving or
+// connections and the once-per-burst refusal log flag; the accepting thread waits on
+// ConnectionSlots::freed (with a time limit) for a slot. Neither is held while serving or
 // while calling into a binder. Both objects, the services and their binders are never
 // destroyed, so that detached threads never see them go at process exit.
 #include <android/log.h>
@@ -25,6 +26,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -42,7 +45,9 @@ using BinderWire::RecvAll;
 using BinderWire::RecvResult;
 
 constexpr int kListenBacklog = 64;
-constexpr int kAcceptRetryMs = 100;
+constexpr int kAcceptRetryMs = 50;
+constexpr int kAcceptRetryMaxMs = 800;
+constexpr int kSlotWaitMs = 250;
 
 struct Service {
     std::string name;
@@ -64,8 +69,9 @@ Registry& TheRegistry() {
 
 struct ConnectionSlots {
     std::mutex lock;
-    int active = 0;              // guarded by lock
-    bool refusalLogged = false;  // guarded by lock; cleared when a connection is admitted
+    std::condition_variable freed;  // signalled when a slot is released
+    int active = 0;                 // guarded by lock
+    bool refusalLogged = false;     // guarded by lock; cleared when a connection is admitted
 };
 
 ConnectionSlots& TheSlots() {
@@ -93,14 +99,17 @@ bool StartDetached(std::function<void()> body) {
     }
 }
 
-// Admits one more connection unless all slots are taken; the first refusal of a burst is
-// logged.
+// Admits one more connection. When all slots are taken it waits up to kSlotWaitMs for one
+// to be freed (a client that just closed a connection and opened the next one would
+// otherwise be refused while the old connection's thread is still noticing the close);
+// then refuses, logging the first refusal of a burst.
 bool TakeSlot(const std::string& service) {
     ConnectionSlots& slots = TheSlots();
     bool logRefusal = false;
     {
-        std::lock_guard<std::mutex> lock(slots.lock);
-        if (slots.active < BinderWire::kMaxConnections) {
+        std::unique_lock<std::mutex> lock(slots.lock);
+        if (slots.freed.wait_for(lock, std::chrono::milliseconds(kSlotWaitMs),
+                                 [&slots] { return slots.active < BinderWire::kMaxConnections; })) {
             ++slots.active;
             slots.refusalLogged = false;
             return true;
@@ -117,8 +126,11 @@ bool TakeSlot(const std::string& service) {
 
 void ReleaseSlot() {
     ConnectionSlots& slots = TheSlots();
-    std::lock_guard<std::mutex> lock(slots.lock);
-    --slots.active;
+    {
+        std::lock_guard<std::mutex> lock(slots.lock);
+        --slots.active;
+    }
+    slots.freed.notify_one();
 }
 
 enum class ReadResult { kRequest, kGone, kMalformed };
@@ -203,23 +215,34 @@ void ServeConnection(int sock, const sp<IBinder>& binder) {
     ReleaseSlot();
 }
 
+// Accepts connections for ever. When accept() fails for a reason that lasts (out of
+// descriptors: the pending connection stays queued and the socket stays readable, so
+// retrying at once would spin), it waits kAcceptRetryMs doubling up to kAcceptRetryMaxMs
+// between tries, logs the first failure and, once a connection is accepted again, how many
+// tries failed.
 void AcceptLoop(Service* service) {
-    bool failureLogged = false;
+    long failures = 0;
+    int retryMs = kAcceptRetryMs;
     for (;;) {
         int sock = accept4(service->listenFd, nullptr, nullptr, SOCK_CLOEXEC);
         if (sock < 0) {
             if (errno == EINTR || errno == ECONNABORTED) {
                 continue;
             }
-            if (!failureLogged) {
+            if (failures++ == 0) {
                 LogError("binder service %s: accept failed: %s\n", service->name.c_str(),
                          strerror(errno));
-                failureLogged = true;
             }
-            poll(nullptr, 0, kAcceptRetryMs);  // e.g. out of descriptors: let some close
+            poll(nullptr, 0, retryMs);
+            retryMs = retryMs * 2 > kAcceptRetryMaxMs ? kAcceptRetryMaxMs : retryMs * 2;
             continue;
         }
-        failureLogged = false;
+        if (failures > 0) {
+            LogError("binder service %s: accepting again after %ld failed tries\n",
+                     service->name.c_str(), failures);
+            failures = 0;
+            retryMs = kAcceptRetryMs;
+        }
         if (!TakeSlot(service->name)) {
             close(sock);
             continue;

@@ -19,8 +19,9 @@
 // transact(), for a wrong magic, a payload size above the cap, or a request that is still
 // incomplete kRequestTimeoutMs after its first byte arrived. A connection that sends nothing
 // for kIdleTimeoutMs between requests is closed silently. At most kMaxConnections
-// connections are served at once across the process; one more is accepted and closed at
-// once. A reply above the cap is replaced by FAILED_TRANSACTION.
+// connections are served at once across the process; one more is accepted and, unless a
+// slot frees within a quarter of a second, closed. A reply above the cap is replaced by
+// FAILED_TRANSACTION.
 //
 // Time-outs are real (monotonic) time and deliberately bypass the daemon's clock seam: they
 // guard the transport, not the daemon's logic.

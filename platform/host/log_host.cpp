@@ -79,10 +79,25 @@ std::string FormatLine(int prio, const char* tag, const char* text) {
              static_cast<int>((ns / 1000000LL) % 1000), Pid(), Tid(),
              prio >= ANDROID_LOG_ERROR ? 'E' : 'I', tag != nullptr ? tag : "");
     std::string line(head);
-    line += text;
-    if (line.empty() || line.back() != '\n') {
-        line += '\n';
+    // One message is one line: line ends and other control characters inside the text
+    // (which may carry a client's value) are escaped, so that no text can forge a line.
+    size_t len = strlen(text);
+    if (len > 0 && text[len - 1] == '\n') {
+        --len;
     }
+    for (size_t i = 0; i < len; ++i) {
+        unsigned char c = static_cast<unsigned char>(text[i]);
+        if (c == '\n') {
+            line += "\\n";
+        } else if ((c < 0x20 && c != '\t') || c == 0x7f) {
+            char esc[8];
+            snprintf(esc, sizeof(esc), "\\x%02x", c);
+            line += esc;
+        } else {
+            line += static_cast<char>(c);
+        }
+    }
+    line += '\n';
     return line;
 }
 

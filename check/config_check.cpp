@@ -1,0 +1,244 @@
+#include "check/config_check.h"
+
+#include <ftw.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "check/log_capture.h"
+#include "core/soh_configure.h"
+#include "core/soh_estimator.h"
+#include "daemon/soh_declare.h"
+#include "platform/soh_root.h"
+
+namespace {
+
+// Points the daemon's file access at `root` ("" : the paths as given) until destroyed.
+class RootScope {
+public:
+    explicit RootScope(const std::string& root) {
+        const char* old = getenv("QUEN_ROOT");
+        had_ = old != nullptr;
+        old_ = had_ ? old : "";
+        Set(root);
+    }
+    ~RootScope() { had_ ? Set(old_) : Set(""); }
+    static void Set(const std::string& root) {
+        if (root.empty()) {
+            unsetenv("QUEN_ROOT");
+        } else {
+            setenv("QUEN_ROOT", root.c_str(), 1);
+        }
+    }
+
+private:
+    bool had_;
+    std::string old_;
+};
+
+bool ReadWhole(const std::string& path, std::string& text) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        return false;
+    }
+    std::ostringstream buf;
+    buf << in.rdbuf();
+    text = buf.str();
+    return !in.bad();
+}
+
+// The reader's own account of why `text` does not parse (line and column).
+std::string ParseError(const std::string& text) {
+    Json::Reader reader;
+    Json::Value ignored;
+    if (reader.parse(text, ignored, true)) {
+        return ignored.isNull() ? "an empty document" : "";
+    }
+    std::string error = reader.getFormattedErrorMessages();
+    while (!error.empty() && (error.back() == '\n' || error.back() == ' ')) {
+        error.pop_back();
+    }
+    for (char& c : error) {
+        c = c == '\n' ? ' ' : c;
+    }
+    return error;
+}
+
+int RemoveEntry(const char* path, const struct stat*, int, struct FTW*) {
+    return remove(path);
+}
+
+// A scratch device root holding only `text` as the image configuration.
+class ScratchRoot {
+public:
+    bool Create(const std::string& text) {
+        const char* tmp = getenv("TMPDIR");
+        std::string pattern =
+            std::string(tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp") + "/quen-check-XXXXXX";
+        if (mkdtemp(&pattern[0]) == nullptr) {
+            return false;
+        }
+        dir_ = pattern;
+        for (const char* sub : {"/odm", "/odm/etc", "/odm/etc/power", "/log", "/log/soh"}) {
+            if (mkdir((dir_ + sub).c_str(), 0700) != 0) {
+                return false;
+            }
+        }
+        std::ofstream out(dir_ + SohPaths::kOdmConfigDir + SohPaths::kConfigFileName,
+                          std::ios::binary);
+        out << text;
+        return static_cast<bool>(out.flush());
+    }
+    ~ScratchRoot() {
+        if (!dir_.empty()) {
+            nftw(dir_.c_str(), RemoveEntry, 16, FTW_DEPTH | FTW_PHYS);
+        }
+    }
+    const std::string& Dir() const { return dir_; }
+
+private:
+    std::string dir_;
+};
+
+// Picks the configuration as start-up does; false (with report.fatal) when none would load.
+bool PickFromRoot(const std::string& root, ConfigCheckReport& report, std::string& text,
+                  Findings& findings) {
+    RootScope scope(root);
+    LogCapture capture(true);
+    SOHConfigure::ConfigInfo candidates;
+    const int rc = SOHConfigure::GetConfigInfo(candidates);
+    for (std::string& line : capture.Take()) {
+        report.why.push_back(std::move(line));
+    }
+    if (rc != 0) {
+        report.fatal = candidates.empty()
+                           ? "no usable configuration under the root"
+                           : "the image holds no usable configuration, so the daemon loads none "
+                             "(an over-the-air candidate alone is not used)";
+        return false;
+    }
+    if (candidates.size() >= 2) {
+        SOHConfigure::SortConfigInfo(candidates);
+        report.why.push_back("candidates are taken highest version first");
+    }
+    for (const auto& candidate : candidates) {
+        Json::Value root;
+        const std::string& path = candidate.first;
+        auto version = candidate.second.find("version");
+        const std::string ver = version == candidate.second.end() ? "" : version->second;
+        if (SOHConfigure::ParseJsonFile(path, root) == 0) {
+            capture.Take();
+            report.file = path;
+            report.version = ver;
+            report.why.push_back("chosen: " + path + " (version " + ver + ")");
+            return ReadWhole(SohRoot::RootPath(path), text);
+        }
+        for (std::string& line : capture.Take()) {
+            report.why.push_back(std::move(line));
+        }
+        std::string raw;
+        if (ReadWhole(SohRoot::RootPath(path), raw)) {
+            findings.Add("", "a JSON document (" + path + ")", nullptr, ParseError(raw));
+        }
+    }
+    report.fatal = "no candidate parses";
+    return false;
+}
+
+void CheckDocument(const Json::Value& doc, Findings& findings, std::vector<std::string>& names) {
+    if (!doc.isObject()) {
+        findings.Add("", "a JSON object", &doc);
+        return;
+    }
+    if (!doc.isMember("Estimators") || !doc["Estimators"].isObject()) {
+        findings.Add("Estimators", "an object: estimator name -> its section",
+                     doc.isMember("Estimators") ? &doc["Estimators"] : nullptr);
+        return;
+    }
+    const Json::Value& estimators = doc["Estimators"];
+    for (const std::string& name : estimators.getMemberNames()) {
+        const std::string base = CheckPath::Key("Estimators", name);
+        const Json::Value& member = estimators[name];
+        SOHEstimator* estimator = nullptr;
+        {
+            LogCapture quiet;  // construction logs what it reads; that is not a finding
+            estimator = EstimatorPool().GetObjectByName(name);
+        }
+        if (estimator == nullptr) {
+            findings.Add(base, "an estimator of this build: APP, ASW, BASP, CFSD, CVT, EIS or ISCD",
+                         &member);
+            continue;
+        }
+        if (!member.isObject()) {
+            findings.Add(base, "an object", &member);
+            continue;
+        }
+        names.push_back(name);
+        CheckProtectors(member, base, findings);
+        // The slice the daemon hands the estimator ("Common" when that is an object).
+        const bool common = member.isMember("Common") && member["Common"].isObject();
+        CheckEstimatorSlice(name, *estimator->GetJsonValue(),
+                            common ? CheckPath::Key(base, "Common") : base, findings);
+    }
+}
+
+}  // namespace
+
+int RunConfigCheck(const ConfigCheckOptions& options, ConfigCheckReport& report) {
+    report = ConfigCheckReport();
+    report.root = options.root;
+    Findings findings;
+    std::string text;
+    if (!options.file.empty()) {
+        report.file = options.file;
+        report.why.push_back("given on the command line");
+        if (!ReadWhole(options.file, text)) {
+            report.fatal = "cannot read " + options.file;
+            return 2;
+        }
+    } else if (options.root.empty()) {
+        report.fatal = "no file and no device root to pick one from";
+        return 2;
+    } else if (!PickFromRoot(options.root, report, text, findings)) {
+        report.problems = findings.Problems();
+        return 2;
+    }
+
+    const std::string parseError = ParseError(text);
+    if (!parseError.empty()) {
+        findings.Add("", "a JSON document", nullptr, parseError);
+        report.problems = findings.Problems();
+        return 1;
+    }
+    std::vector<std::string> names;
+    {
+        ScratchRoot scratch;
+        if (!scratch.Create(text)) {
+            report.fatal = "cannot create a scratch directory";
+            return 2;
+        }
+        RootScope scope(scratch.Dir());
+        DeclearEstimators();
+        DeclearProtectors();
+        Json::Value doc;
+        Json::Reader().parse(text, doc, true);
+        CheckDocument(doc, findings, names);
+    }
+    report.problems = findings.Problems();
+
+    if (!options.root.empty()) {
+        RootScope scope(options.root);
+        for (const std::string& name : names) {
+            const Json::Value& member = SOHConfigure::GetEstimatorsConfigure()[name];
+            const bool common = member.isMember("Common") && member["Common"].isObject();
+            const std::string base = CheckPath::Key("Estimators", name);
+            report.device.push_back(
+                ChooseForDevice(name, common ? member["Common"] : member,
+                                common ? CheckPath::Key(base, "Common") : base));
+        }
+    }
+    return report.problems.empty() ? 0 : 1;
+}

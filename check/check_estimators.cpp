@@ -81,6 +81,8 @@ const std::vector<MessageRule> kBaspBatteryRules = {
 };
 
 const std::vector<MessageRule> kBaspStageRules = {
+    {"get int value for WeekAswell failed", nullptr, nullptr},
+    {"basp weekAswell not config", nullptr, nullptr},
     {"get int value for (\\w+) failed", "$1", "an unsigned integer"},
     {"nonDcVoltDec configure is invalid", "NonDcVoltDec",
      "an array of unsigned integers (mV), one per ndcVtermSteps entry"},
@@ -225,8 +227,12 @@ void CheckAsw(const Json::Value& slice, const std::string& base, Findings& findi
             const bool ok = battery.Init(false) == 0;
             std::vector<std::string> messages = capture.Take();
             bool tableBad = false;
+            bool policyBad = false;  // then its scene array cannot be named
             for (const std::string& m : messages) {
                 tableBad = tableBad || m == "asw battery swelltable is not legal";
+                policyBad = policyBad || m == "asw battery not configure policy" ||
+                            m == "asw compatible version is empty" ||
+                            m.rfind("asw version ", 0) == 0;
             }
             findings.FromParser(ok || tableBad, at, entry, messages, kAswBatteryRules,
                                 "a usable battery entry");
@@ -239,7 +245,7 @@ void CheckAsw(const Json::Value& slice, const std::string& base, Findings& findi
                     Member(slice, table.c_str()), "asw battery swelltable is not legal");
             }
             const Json::Value* policy = Member(entry, "AswPolicy");
-            if (policy != nullptr && policy->isString() && !policy->asString().empty() &&
+            if (!policyBad && policy != nullptr && policy->isString() &&
                 checkedScenes.insert(policy->asString()).second) {
                 CheckAswScenes(slice, base, policy->asString(), at + ".AswPolicy", capture,
                                findings);

@@ -102,6 +102,10 @@ void Findings::Add(std::string path, std::string expected, const Json::Value* fo
                                       std::move(detail)});
 }
 
+void Findings::AddFound(std::string path, std::string expected, std::string found) {
+    problems_.push_back(ConfigProblem{std::move(path), std::move(expected), std::move(found), ""});
+}
+
 void Findings::FromParser(bool ok, const std::string& base, const Json::Value& value,
                           const std::vector<std::string>& messages,
                           const std::vector<MessageRule>& rules, const std::string& expected) {
@@ -111,12 +115,20 @@ void Findings::FromParser(bool ok, const std::string& base, const Json::Value& v
     bool mapped = false;
     std::string all;
     for (const std::string& message : messages) {
-        all += (all.empty() ? "" : "; ") + message;
+        const MessageRule* match = nullptr;
+        std::smatch m;
         for (const MessageRule& rule : rules) {
-            std::smatch m;
-            if (!std::regex_match(message, m, std::regex(rule.pattern))) {
-                continue;
+            if (std::regex_match(message, m, std::regex(rule.pattern))) {
+                match = &rule;
+                break;
             }
+        }
+        if (match != nullptr && match->key == nullptr) {
+            continue;  // an optional value the parser defaulted
+        }
+        all += (all.empty() ? "" : "; ") + message;
+        if (match != nullptr) {
+            const MessageRule& rule = *match;
             std::string key = rule.key;
             size_t at = key.find("$1");
             if (at != std::string::npos) {

@@ -28,7 +28,8 @@ std::string DescribeValue(const Json::Value* value);
 
 // How one parser message maps to a key below the value being parsed. `pattern` is a regular
 // expression matched against the whole message; `key` is a relative path appended to the base
-// ("" keeps the base), where "$1" stands for the pattern's first group.
+// ("" keeps the base), where "$1" stands for the pattern's first group; a null `key` marks a
+// message about an optional value the parser defaulted, which is never a problem.
 struct MessageRule {
     const char* pattern;
     const char* key;
@@ -39,6 +40,8 @@ class Findings {
 public:
     void Add(std::string path, std::string expected, const Json::Value* found,
              std::string detail = "");
+    // As Add, with what was found given as text.
+    void AddFound(std::string path, std::string expected, std::string found);
     // Records the outcome of one parser run over the value at `base` (`value`). A run that
     // succeeded adds nothing. Otherwise every captured message that a rule maps becomes a
     // problem at its key; when none maps, one problem at `base` with `expected`, carrying the

@@ -141,11 +141,19 @@ bool PickFromRoot(const std::string& root, ConfigCheckReport& report, std::strin
         }
         std::string raw;
         if (ReadWhole(SohRoot::RootPath(path), raw)) {
-            findings.Add("", "a JSON document (" + path + ")", nullptr, ParseError(raw));
+            findings.AddFound("", "a JSON document (" + path + ")", ParseError(raw));
         }
     }
     report.fatal = "no candidate parses";
     return false;
+}
+
+// The slice the daemon hands an estimator: its "Common" member when that is an object,
+// otherwise the member itself.
+const Json::Value& Slice(const Json::Value& member, const std::string& base, std::string& path) {
+    const bool common = member.isMember("Common") && member["Common"].isObject();
+    path = common ? CheckPath::Key(base, "Common") : base;
+    return common ? member["Common"] : member;
 }
 
 void CheckDocument(const Json::Value& doc, Findings& findings, std::vector<std::string>& names) {
@@ -162,12 +170,12 @@ void CheckDocument(const Json::Value& doc, Findings& findings, std::vector<std::
     for (const std::string& name : estimators.getMemberNames()) {
         const std::string base = CheckPath::Key("Estimators", name);
         const Json::Value& member = estimators[name];
-        SOHEstimator* estimator = nullptr;
+        bool declared = false;
         {
             LogCapture quiet;  // construction logs what it reads; that is not a finding
-            estimator = EstimatorPool().GetObjectByName(name);
+            declared = EstimatorPool().GetObjectByName(name) != nullptr;
         }
-        if (estimator == nullptr) {
+        if (!declared) {
             findings.Add(base, "an estimator of this build: APP, ASW, BASP, CFSD, CVT, EIS or ISCD",
                          &member);
             continue;
@@ -178,10 +186,9 @@ void CheckDocument(const Json::Value& doc, Findings& findings, std::vector<std::
         }
         names.push_back(name);
         CheckProtectors(member, base, findings);
-        // The slice the daemon hands the estimator ("Common" when that is an object).
-        const bool common = member.isMember("Common") && member["Common"].isObject();
-        CheckEstimatorSlice(name, *estimator->GetJsonValue(),
-                            common ? CheckPath::Key(base, "Common") : base, findings);
+        std::string path;
+        const Json::Value& slice = Slice(member, base, path);
+        CheckEstimatorSlice(name, slice, path, findings);
     }
 }
 
@@ -209,11 +216,13 @@ int RunConfigCheck(const ConfigCheckOptions& options, ConfigCheckReport& report)
 
     const std::string parseError = ParseError(text);
     if (!parseError.empty()) {
-        findings.Add("", "a JSON document", nullptr, parseError);
+        findings.AddFound("", "a JSON document", parseError);
         report.problems = findings.Problems();
         return 1;
     }
     std::vector<std::string> names;
+    Json::Value doc;
+    Json::Reader().parse(text, doc, true);
     {
         ScratchRoot scratch;
         if (!scratch.Create(text)) {
@@ -223,8 +232,6 @@ int RunConfigCheck(const ConfigCheckOptions& options, ConfigCheckReport& report)
         RootScope scope(scratch.Dir());
         DeclearEstimators();
         DeclearProtectors();
-        Json::Value doc;
-        Json::Reader().parse(text, doc, true);
         CheckDocument(doc, findings, names);
     }
     report.problems = findings.Problems();
@@ -232,12 +239,10 @@ int RunConfigCheck(const ConfigCheckOptions& options, ConfigCheckReport& report)
     if (!options.root.empty()) {
         RootScope scope(options.root);
         for (const std::string& name : names) {
-            const Json::Value& member = SOHConfigure::GetEstimatorsConfigure()[name];
-            const bool common = member.isMember("Common") && member["Common"].isObject();
-            const std::string base = CheckPath::Key("Estimators", name);
-            report.device.push_back(
-                ChooseForDevice(name, common ? member["Common"] : member,
-                                common ? CheckPath::Key(base, "Common") : base));
+            std::string path;
+            const Json::Value& slice =
+                Slice(doc["Estimators"][name], CheckPath::Key("Estimators", name), path);
+            report.device.push_back(ChooseForDevice(name, slice, path));
         }
     }
     return report.problems.empty() ? 0 : 1;

@@ -1,6 +1,13 @@
 // The daemon's command line: what ends at once and starts nothing, the host build's refusal to
 // run without a device root, warnings for what it ignores, and --check-config's exit statuses.
+#include <fcntl.h>
+#include <signal.h>
 #include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
 
 #include "tests/support/fake_device.h"
 
@@ -86,6 +93,97 @@ TEST_F(CliTest, CheckConfigOnTheSampleDeviceAndOnABrokenCopy) {
 
     Outcome unreadable = Quen("--check-config '" + dev.HostPath("/nothing.json") + "'");
     EXPECT_EQ(unreadable.status, 2);
+}
+
+// quenctl beside a running daemon: its own --help and --version, and status --watch.
+class QuenctlTest : public CliTest {
+protected:
+    void SetUp() override { dev.CopyTree("examples/device"); }
+    void TearDown() override {
+        for (pid_t* pid : {&watch_, &daemon_}) {
+            if (*pid > 0) {
+                kill(*pid, SIGKILL);
+                waitpid(*pid, nullptr, 0);
+                *pid = -1;
+            }
+        }
+    }
+    // Starts `argv` with standard output into the device file `out` and standard error gone.
+    pid_t Spawn(std::vector<std::string> args, const std::string& out) {
+        std::vector<char*> argv;
+        for (std::string& a : args) {
+            argv.push_back(&a[0]);
+        }
+        argv.push_back(nullptr);
+        const std::string outPath = dev.HostPath(out);
+        pid_t pid = fork();
+        if (pid == 0) {
+            int fd = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+            int null = open("/dev/null", O_WRONLY);
+            if (fd < 0 || null < 0 || dup2(fd, 1) < 0 || dup2(null, 2) < 0) {
+                _exit(127);
+            }
+            execv(argv[0], argv.data());
+            _exit(127);
+        }
+        return pid;
+    }
+    // Waits (bounded, on the file's content) until `text` occurs `n` times in device file `path`.
+    bool WaitForCount(const std::string& path, const std::string& text, int n) {
+        for (int i = 0; i < 6000; ++i) {
+            const std::string content = dev.Read(path);
+            int count = 0;
+            for (size_t at = content.find(text); at != std::string::npos;
+                 at = content.find(text, at + 1)) {
+                ++count;
+            }
+            if (count >= n) {
+                return true;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return false;
+    }
+    pid_t daemon_ = -1;
+    pid_t watch_ = -1;
+};
+
+TEST_F(QuenctlTest, HelpAndVersion) {
+    const std::string ctl = "'" QUENCTL_BINARY "' ";
+    const std::string out = dev.HostPath("/ctl.out");
+    EXPECT_EQ(system((ctl + "--version >'" + out + "'").c_str()), 0);
+    EXPECT_EQ(dev.Read("/ctl.out").rfind("quenctl ", 0), 0u);
+    EXPECT_EQ(system((ctl + "--help >'" + out + "'").c_str()), 0);
+    EXPECT_NE(dev.Read("/ctl.out").find("--watch"), std::string::npos);
+    EXPECT_NE(system((ctl + "status --watch x 2>/dev/null").c_str()), 0);
+}
+
+TEST_F(QuenctlTest, StatusWatchRedrawsUntilInterrupted) {
+    daemon_ = Spawn({QUEN_BINARY, "-d"}, "/quen.out");
+    ASSERT_GT(daemon_, 0);
+    for (int i = 0; i < 3000 && dev.Property("vendor.soh_service") != "start"; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ASSERT_EQ(dev.Property("vendor.soh_service"), "start");
+
+    watch_ =
+        Spawn({QUENCTL_BINARY, "--root", dev.Root(), "status", "--watch", "0.05"}, "/watch.out");
+    ASSERT_GT(watch_, 0);
+    // Two whole frames: the third heading starts only after the second frame was drawn.
+    ASSERT_TRUE(WaitForCount("/watch.out", "== status ", 3)) << dev.Read("/watch.out");
+    ASSERT_EQ(kill(watch_, SIGINT), 0);
+    int status = 0;
+    ASSERT_EQ(waitpid(watch_, &status, 0), watch_);
+    watch_ = -1;
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+
+    const std::string frames = dev.Read("/watch.out");
+    const size_t second = frames.find("== status ", 1);
+    const size_t third = frames.find("== status ", second + 1);
+    const std::string frame = frames.substr(second, third - second);
+    EXPECT_EQ(frame.find("cannot connect"), std::string::npos) << frame;
+    EXPECT_GT(std::count(frame.begin(), frame.end(), '\n'), 2) << frame;  // a dump, not a heading
 }
 
 }  // namespace

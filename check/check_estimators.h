@@ -27,7 +27,10 @@ struct EstimatorChoice {
     std::string estimator;
     std::string batteryPath;  // path of the chosen battery entry; "" when none applies
     std::string battery;      // its "Name"
-    std::vector<std::pair<std::string, std::string>> uses;  // (what, which), e.g. ("policy", "2.0")
+    // (what, which), e.g. ("BaspPolicy", "2.0"); for APP the limits it restores at start
+    // from the device's parameter record, e.g. ("restores NonDcCurLimitator", "1500 (set by
+    // APP)").
+    std::vector<std::pair<std::string, std::string>> uses;
 };
 
 // The battery entry of `slice` that applies to the device under QUEN_ROOT, with the policy,

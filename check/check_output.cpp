@@ -47,6 +47,12 @@ void PrintConfigReport(const ConfigCheckReport& report, FILE* out) {
             if (c.estimator == "ASW" || c.estimator == "BASP" || c.estimator == "CVT" ||
                 !c.batteryPath.empty()) {
                 fprintf(out, "  %s\n", ChoiceLine(c).c_str());
+            } else if (!c.uses.empty()) {
+                std::string line = c.estimator + ":";
+                for (const auto& use : c.uses) {
+                    line += (line.back() == ':' ? " " : ", ") + use.first + " " + use.second;
+                }
+                fprintf(out, "  %s\n", line.c_str());
             } else {
                 fprintf(out, "  %s: no battery policy\n", c.estimator.c_str());
             }

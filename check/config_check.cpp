@@ -71,10 +71,11 @@ int RemoveEntry(const char* path, const struct stat*, int, struct FTW*) {
     return remove(path);
 }
 
-// A scratch device root holding only `text` as the image configuration.
+// A scratch device root holding only `text` as the image configuration and, when given, a
+// copy of the device's system parameter record.
 class ScratchRoot {
 public:
-    bool Create(const std::string& text) {
+    bool Create(const std::string& text, const std::string& sysPara) {
         const char* tmp = getenv("TMPDIR");
         std::string pattern =
             std::string(tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp") + "/quen-check-XXXXXX";
@@ -90,7 +91,15 @@ public:
         std::ofstream out(dir_ + SohPaths::kOdmConfigDir + SohPaths::kConfigFileName,
                           std::ios::binary);
         out << text;
-        return static_cast<bool>(out.flush());
+        if (!out.flush()) {
+            return false;
+        }
+        if (sysPara.empty()) {
+            return true;
+        }
+        std::ofstream para(dir_ + SohPaths::kSysParaFile, std::ios::binary);
+        para << sysPara;
+        return static_cast<bool>(para.flush());
     }
     ~ScratchRoot() {
         if (!dir_.empty()) {
@@ -192,6 +201,25 @@ void CheckDocument(const Json::Value& doc, Findings& findings, std::vector<std::
     }
 }
 
+// The limits the device's parameter record holds for APP's protectors: what APP demands again
+// at start. The caller has pointed QUEN_ROOT at the scratch copy.
+std::vector<std::pair<std::string, std::string>> RestoredLimits(const Json::Value& doc) {
+    std::vector<std::pair<std::string, std::string>> out;
+    const Json::Value& protectors = doc["Estimators"]["APP"]["Protectors"];
+    if (!protectors.isArray()) {
+        return out;
+    }
+    LogCapture quiet;
+    for (const Json::Value& p : protectors) {
+        std::string src;
+        std::string value;
+        if (p.isString() && SOHConfigure::GetLimitRecord(p.asString(), src, value) == 0) {
+            out.emplace_back("restores " + p.asString(), value + " (set by " + src + ")");
+        }
+    }
+    return out;
+}
+
 }  // namespace
 
 int RunConfigCheck(const ConfigCheckOptions& options, ConfigCheckReport& report) {
@@ -221,11 +249,17 @@ int RunConfigCheck(const ConfigCheckOptions& options, ConfigCheckReport& report)
         return 1;
     }
     std::vector<std::string> names;
+    std::vector<std::pair<std::string, std::string>> restored;
     Json::Value doc;
     Json::Reader().parse(text, doc, true);
     {
         ScratchRoot scratch;
-        if (!scratch.Create(text)) {
+        // The limits APP restores at start come from the device's record; a copy is read.
+        std::string sysPara;
+        if (!options.root.empty()) {
+            ReadWhole(options.root + SohPaths::kSysParaFile, sysPara);
+        }
+        if (!scratch.Create(text, sysPara)) {
             report.fatal = "cannot create a scratch directory";
             return 2;
         }
@@ -233,6 +267,9 @@ int RunConfigCheck(const ConfigCheckOptions& options, ConfigCheckReport& report)
         DeclearEstimators();
         DeclearProtectors();
         CheckDocument(doc, findings, names);
+        if (!options.root.empty()) {
+            restored = RestoredLimits(doc);
+        }
     }
     report.problems = findings.Problems();
 
@@ -243,6 +280,9 @@ int RunConfigCheck(const ConfigCheckOptions& options, ConfigCheckReport& report)
             const Json::Value& slice =
                 Slice(doc["Estimators"][name], CheckPath::Key("Estimators", name), path);
             report.device.push_back(ChooseForDevice(name, slice, path));
+            if (name == "APP") {
+                report.device.back().uses = restored;
+            }
         }
     }
     return report.problems.empty() ? 0 : 1;

@@ -7,6 +7,7 @@
 #include <map>
 
 #include "check/config_check.h"
+#include "sys_para.pb.h"
 #include "tests/support/fake_device.h"
 
 namespace {
@@ -276,6 +277,34 @@ TEST_F(CheckTest, JsonReportCarriesTheSameFindings) {
     ASSERT_EQ(json["problems"].size(), 1u);
     EXPECT_EQ(json["problems"][0]["path"].asString(), "Estimators.FOO");
     EXPECT_EQ(json["problems"][0]["found"].asString(), "integer 1");
+}
+
+TEST_F(CheckTest, ShowsTheLimitsAppRestoresAtStartAndLeavesTheRecordAlone) {
+    dev.CopyTree("examples/device");
+    SysPara para;
+    para.set_version("1.0");
+    SysPara::LimitRecord* record = para.add_records();
+    record->set_name("NonDcCurLimitator");
+    record->set_src("APP");
+    record->set_value("1500");
+    record = para.add_records();
+    record->set_name("NotConfiguredForApp");
+    record->set_src("APP");
+    record->set_value("7");
+    std::string bytes;
+    ASSERT_TRUE(para.SerializeToString(&bytes));
+    dev.Write("/log/soh/sys_para.dat", bytes);
+
+    ASSERT_EQ(CheckRoot(), 0);
+    std::vector<std::pair<std::string, std::string>> app;
+    for (const EstimatorChoice& c : report.device) {
+        if (c.estimator == "APP") {
+            app = c.uses;
+        }
+    }
+    EXPECT_EQ(app, (std::vector<std::pair<std::string, std::string>>{
+                       {"restores NonDcCurLimitator", "1500 (set by APP)"}}));
+    EXPECT_EQ(dev.Read("/log/soh/sys_para.dat"), bytes);
 }
 
 }  // namespace

@@ -81,8 +81,10 @@ std::string DescribeValue(const Json::Value* value) {
     }
     std::string out = TypeName(*value);
     if (value->isArray() || value->isObject()) {
+        const bool one = value->size() == 1;
         return out + " of " + std::to_string(value->size()) +
-               (value->isArray() ? " elements" : " members");
+               (value->isArray() ? (one ? " element" : " elements")
+                                 : (one ? " member" : " members"));
     }
     if (value->isNull()) {
         return out;

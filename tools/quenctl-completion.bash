@@ -1,5 +1,6 @@
 # bash completion for quenctl: subcommands, options, and the control service's parameter names.
 # Installed as share/bash-completion/completions/quenctl.
+# shellcheck disable=SC2207  # the usual completion idiom; the words hold no blanks
 
 _quenctl() {
     local cur prev cmd i
@@ -10,7 +11,7 @@ _quenctl() {
 smart_charge_enable smart_charge_support soc_control vterm_dec"
 
     if [[ "$prev" == "--root" || "$prev" == "--plot" ]]; then
-        COMPREPLY=($(compgen -d -- "$cur"))
+        mapfile -t COMPREPLY < <(compgen -d -- "$cur")
         return
     fi
     # The subcommand: the first word that is not an option or the value of --root.

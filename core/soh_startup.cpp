@@ -3,6 +3,7 @@
 #include <bms_interface.h>
 #include <cutils/properties.h>
 #include <getopt.h>
+#include <stdio.h>
 
 #include <system_error>
 
@@ -22,12 +23,14 @@ void StopService() {
 }
 
 void ParseOptions(int argc, char** argv) {
-    opterr = 0;  // other options are ignored, silently
+    opterr = 0;  // other options are ignored, with a warning of our own
     optind = 1;
     int c;
     while ((c = getopt(argc, argv, "d::")) != -1) {
         if (c == 'd') {
             SOHLog::Instance().SetLogLevel(LOG_LEVEL_INFO);
+        } else {
+            fprintf(stderr, "quen: ignoring option -%c\n", optopt);
         }
     }
 }

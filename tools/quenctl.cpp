@@ -5,6 +5,10 @@
 //   quenctl [--root DIR] call CODE [--s8 TEXT]...  sends any transaction code with String8
 //                                              arguments and prints the reply's String8s
 //   quenctl [--root DIR] status [--json]       prints the daemon's state (the service's dump)
+//   quenctl [--root DIR] status --watch [SECONDS] [--json]
+//                                              redraws it every SECONDS (default 2) until
+//                                              interrupted (SIGINT or SIGTERM: exit 0)
+//   quenctl --help | --version
 //   quenctl [--root DIR] inspect [--json] [--plot PLOTDIR]
 //                                              decodes the persistent records under DIR (a
 //                                              device root or a directory pulled from a phone)
@@ -15,6 +19,7 @@
 // cannot be read or the plots cannot be drawn (e.g. gnuplot is missing).
 #include <binder/IBinder.h>
 #include <errno.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -22,9 +27,13 @@
 #include <unistd.h>
 #include <utils/String16.h>
 
+#include <algorithm>
+#include <cmath>
+#include <ctime>
 #include <string>
 #include <vector>
 
+#include "daemon/quen_version.h"
 #include "platform/host/binder_client.h"
 #include "tools/records/records_report.h"
 
@@ -39,8 +48,9 @@ void Usage(FILE* out) {
             "usage: quenctl [--root DIR] get NAME\n"
             "       quenctl [--root DIR] set NAME VALUE\n"
             "       quenctl [--root DIR] call CODE [--s8 TEXT]...\n"
-            "       quenctl [--root DIR] status [--json]\n"
+            "       quenctl [--root DIR] status [--json] [--watch [SECONDS]]\n"
             "       quenctl [--root DIR] inspect [--json] [--plot PLOTDIR]\n"
+            "       quenctl --help | --version\n"
             "DIR defaults to $QUEN_ROOT, else /. Exit: 0 OK, 1 other status, 2 usage or "
             "connection error.\n");
 }
@@ -82,7 +92,7 @@ void PrintReply(const android::Parcel& reply) {
 }
 
 // Copies everything the dump wrote into `fd` (from its start) to standard output.
-bool CopyDump(int fd) {
+bool CopyDump(int fd, FILE* out) {
     if (lseek(fd, 0, SEEK_SET) != 0) {
         return false;
     }
@@ -94,9 +104,99 @@ bool CopyDump(int fd) {
             }
             return false;
         }
-        fwrite(buf, 1, static_cast<size_t>(n), stdout);
+        fwrite(buf, 1, static_cast<size_t>(n), out);
     }
     return true;
+}
+
+volatile sig_atomic_t gStop = 0;
+
+void OnStop(int) {
+    gStop = 1;
+}
+
+// "2", "0.5": seconds between redraws, at least 0.05 and at most a day.
+bool ParseSeconds(const std::string& text, double& seconds) {
+    char* end = nullptr;
+    errno = 0;
+    seconds = strtod(text.c_str(), &end);
+    return end != text.c_str() && *end == '\0' && errno == 0 && std::isfinite(seconds) &&
+           seconds >= 0.05 && seconds <= 86400;
+}
+
+// One status dump into `out`: 0, 1 for a status other than OK, 2 when the service cannot be
+// reached. Messages go to `err`.
+int DumpStatus(const std::string& socket, bool json, FILE* out, FILE* err) {
+    android::Parcel data;
+    data.writeInt32(json ? 1 : 0);
+    if (json) {
+        data.writeString16(android::String16("--json"));
+    }
+    FILE* dump = tmpfile();
+    if (dump == nullptr) {
+        fprintf(err, "quenctl: cannot create a temporary file: %s\n", strerror(errno));
+        return 2;
+    }
+    BinderClient client(socket);
+    std::string error;
+    int rc = 0;
+    android::Parcel reply;
+    if (!client.Connect(&error)) {
+        fprintf(err, "quenctl: cannot connect to %s: %s\n", socket.c_str(), error.c_str());
+        rc = 2;
+    } else {
+        android::status_t status =
+            client.Transact(android::IBinder::DUMP_TRANSACTION, data, &reply, 0, fileno(dump));
+        if (status != android::OK) {
+            fprintf(err, "%s (%d)\n", StatusName(status), static_cast<int>(status));
+            rc = status == android::DEAD_OBJECT ? 2 : 1;
+        } else {
+            fflush(stdout);
+            rc = CopyDump(fileno(dump), out) ? 0 : 2;
+        }
+    }
+    fclose(dump);
+    return rc;
+}
+
+// Redraws the status until SIGINT or SIGTERM. On a terminal each frame replaces the last; into
+// a pipe or file the frames follow each other, each after a "== status HH:MM:SS" line. A daemon
+// that is down shows as a frame with the error; the next turn tries again.
+int WatchStatus(const std::string& socket, bool json, double seconds) {
+    struct sigaction sa {};
+    sa.sa_handler = OnStop;
+    sigemptyset(&sa.sa_mask);
+    sigaction(SIGINT, &sa, nullptr);  // no SA_RESTART: the sleep ends at once
+    sigaction(SIGTERM, &sa, nullptr);
+    const bool tty = isatty(fileno(stdout)) != 0;
+    while (!gStop) {
+        char when[16] = "";
+        time_t now = time(nullptr);
+        struct tm tm {};
+        if (localtime_r(&now, &tm) != nullptr) {
+            strftime(when, sizeof(when), "%H:%M:%S", &tm);
+        }
+        if (tty) {
+            printf("\033[H\033[2J");
+        }
+        printf("== status %s (every %g s, Ctrl-C to stop)\n", when, seconds);
+        fflush(stdout);
+        DumpStatus(socket, json, stdout, stdout);  // an error is part of the frame
+        fflush(stdout);
+        struct timespec left {};
+        left.tv_sec = static_cast<time_t>(seconds);
+        left.tv_nsec = static_cast<long>((seconds - static_cast<double>(left.tv_sec)) * 1e9);
+        while (!gStop && nanosleep(&left, &left) != 0 && errno == EINTR) {
+        }
+    }
+    return 0;
+}
+
+std::string SocketPath(std::string root) {
+    while (!root.empty() && root.back() == '/') {
+        root.pop_back();
+    }
+    return root + "/dev/socket/" + kService;
 }
 
 }  // namespace
@@ -107,6 +207,10 @@ int main(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         if (strcmp(argv[i], "--help") == 0 || strcmp(argv[i], "-h") == 0) {
             Usage(stdout);
+            return 0;
+        }
+        if (strcmp(argv[i], "--version") == 0) {
+            printf("quenctl %s\n", kQuenVersion);
             return 0;
         }
         if (strcmp(argv[i], "--root") == 0) {
@@ -143,6 +247,21 @@ int main(int argc, char** argv) {
             }
             data.writeString8(android::String8(args[i + 1].c_str()));
         }
+    } else if (cmd == "status" && std::find(args.begin(), args.end(), "--watch") != args.end()) {
+        bool json = false;
+        double seconds = 2;
+        for (size_t i = 1; i < args.size(); ++i) {
+            if (args[i] == "--json") {
+                json = true;
+            } else if (args[i] == "--watch" && i + 1 < args.size() && args[i + 1] != "--json") {
+                if (!ParseSeconds(args[++i], seconds)) {
+                    return UsageError("--watch takes seconds between 0.05 and 86400");
+                }
+            } else if (args[i] != "--watch") {
+                return UsageError("status takes --json and --watch [SECONDS]");
+            }
+        }
+        return WatchStatus(SocketPath(root), json, seconds);
     } else if (cmd == "status" && (args.size() == 1 || (args.size() == 2 && args[1] == "--json"))) {
         code = android::IBinder::DUMP_TRANSACTION;
         data.writeInt32(static_cast<int32_t>(args.size() - 1));
@@ -172,10 +291,7 @@ int main(int argc, char** argv) {
         return UsageError("unknown command or wrong number of arguments");
     }
 
-    while (!root.empty() && root.back() == '/') {
-        root.pop_back();
-    }
-    const std::string socket = root + "/dev/socket/" + kService;
+    const std::string socket = SocketPath(root);
     BinderClient client(socket);
     std::string error;
     if (!client.Connect(&error)) {
@@ -198,7 +314,7 @@ int main(int argc, char** argv) {
         printf("%s\n", reply.readString8().c_str());
     } else if (cmd == "call") {
         PrintReply(reply);
-    } else if (dumpFile != nullptr && !CopyDump(fd)) {
+    } else if (dumpFile != nullptr && !CopyDump(fd, stdout)) {
         fprintf(stderr, "quenctl: cannot read the dump back: %s\n", strerror(errno));
         return 2;
     }

@@ -127,8 +127,13 @@ TEST_F(StartupTest, AppFirstOnceUnknownSkippedDisabledReportedAndRestartsUntilAp
 
 TEST_F(StartupTest, NothingStartableStopsAtOnceAndAttachedOptionDSwitchesInfoOn) {
     Configure("\"FOO\": {}, \"APP\": {\"Protectors\": [\"Nope\"]}");
-    Run({"-x", "-dfoo"});  // unknown options are ignored
-    ASSERT_TRUE(Ended());
+    testing::internal::CaptureStderr();
+    Run({"-x", "-dfoo"});  // unknown options are ignored, with a warning
+    const bool ended = Ended();
+    const std::string err = testing::internal::GetCapturedStderr();
+    ASSERT_TRUE(ended);
+    EXPECT_NE(err.find("quen: ignoring option -x\n"), std::string::npos) << err;
+    EXPECT_EQ(err.find("ignoring option -d"), std::string::npos) << err;
     EXPECT_EQ(dev.Property("ctl.stop"), "quen");
     EXPECT_TRUE(dev.HasLog("can't find estimator: APP\n"));
     EXPECT_TRUE(dev.HasLog("can't find estimator: FOO\n"));

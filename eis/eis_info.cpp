@@ -64,19 +64,28 @@ bool EisInfo::GetRawInfo(int fd, void* buf, size_t len) {
 int EisInfo::CutTornTail(const std::string& logPath, size_t recordSize) {
     const std::string host = SohRoot::RootPath(logPath);
     std::lock_guard<std::mutex> lock(AppendLock());
-    struct stat st {};
-    if (stat(host.c_str(), &st) != 0) {
+    // Never through a link: a log planted as a link must not cut a file elsewhere.
+    const int fd = open(host.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) {
         return errno == ENOENT ? 0 : -1;
+    }
+    struct stat st {};
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        close(fd);
+        return -1;
     }
     const off_t whole = st.st_size - st.st_size % static_cast<off_t>(recordSize);
     if (whole == st.st_size) {
+        close(fd);
         return 0;
     }
-    if (truncate(host.c_str(), whole) != 0) {
+    if (ftruncate(fd, whole) != 0) {
         SOH_LOGE("%s has a torn tail of %ld bytes and cannot be cut: %s\n", logPath.c_str(),
                  static_cast<long>(st.st_size - whole), strerror(errno));
+        close(fd);
         return -1;
     }
+    close(fd);
     SOH_LOGE("%s had a torn tail: cut from %ld to %ld bytes\n", logPath.c_str(),
              static_cast<long>(st.st_size), static_cast<long>(whole));
     return 0;
@@ -95,8 +104,8 @@ bool EisInfo::FillHeader(char* updTime, char* batVendor) {
 bool EisInfo::RecordBigdata(const void* buf, size_t len) {
     const char* path = logPath_.c_str();
     std::lock_guard<std::mutex> lock(AppendLock());
-    int fd =
-        open(SohRoot::RootPath(logPath_).c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0660);
+    int fd = open(SohRoot::RootPath(logPath_).c_str(),
+                  O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0660);
     if (fd < 0) {
         SOH_LOGE("read %s failed: %s\n", path, strerror(errno));
         return false;

@@ -187,6 +187,20 @@ TEST_F(EisTest, ShortWriteIsTruncatedBack) {
     EXPECT_EQ(dev.Read(EisNodes::kAcrLogFile).size(), sizeof(AcrRecord));
 }
 
+// A record log planted as a link is neither appended to nor cut: the file it names stays.
+TEST_F(EisTest, ALogThatIsALinkIsNotFollowed) {
+    dev.Write("/data/elsewhere", std::string(sizeof(AcrRecord) + 3, 'e'));
+    ASSERT_EQ(symlink(dev.HostPath("/data/elsewhere").c_str(),
+                      dev.HostPath(EisNodes::kAcrLogFile).c_str()),
+              0);
+    EXPECT_EQ(EisInfo::CutTornTail(EisNodes::kAcrLogFile, sizeof(AcrRecord)), -1);
+    EISEstimator eis("EIS");
+    dev.Write(kAcrNode, Bytes(SampleAcr()));
+    AcrInfo acr;
+    EXPECT_FALSE(Process(eis, kAcrNode, acr));
+    EXPECT_EQ(dev.Read("/data/elsewhere"), std::string(sizeof(AcrRecord) + 3, 'e'));
+}
+
 // Appends from several monitor threads land as whole records, none lost or interleaved.
 TEST_F(EisTest, ConcurrentAppendsStayWholeRecords) {
     struct Appender : AcrInfo {

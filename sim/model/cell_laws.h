@@ -1,5 +1,6 @@
 // The cell's laws: its open-circuit voltage curve, the temperature dependence of its
-// resistance, and its capacity fade. Pure functions of their arguments; no state, no locks.
+// resistance, its capacity fade and its swelling. Pure functions of their arguments; no state,
+// no locks.
 //
 // Units: SOC as a fraction 0..1 of the cell's present capacity; voltages V; temperatures K
 // where named "kelvin", otherwise degC; resistance factors and fades dimensionless; calendar

@@ -47,10 +47,18 @@ double SocAtOcv(double ocv) {
     return 1.0;
 }
 
+namespace {
+
+// Arrhenius factor relative to 25 degC.
+double Arrhenius(double celsius, double ea) {
+    return std::exp(ea / kGasConstant * (1.0 / kRefKelvin - 1.0 / (celsius + kZeroCelsius)));
+}
+
+}  // namespace
+
 double CalendarRate(double celsius, double ocv) {
-    const double kelvin = celsius + kZeroCelsius;
-    return kCal0 * std::exp(kCalEa / kGasConstant * (1.0 / kRefKelvin - 1.0 / kelvin) +
-                            (ocv - kVRef) / kVScale);
+    return kSei * Arrhenius(celsius, kSeiEa) +
+           kHv * Arrhenius(celsius, kHvEa) * std::exp((ocv - kVFull) / kHvVScale);
 }
 
 double AdvanceCalendarFade(double fade, double rate, double days) {
@@ -61,8 +69,17 @@ double AdvanceCalendarFade(double fade, double rate, double days) {
     return rate * std::pow(equivalentDays + days, kCalExponent);
 }
 
-double CycleFade(double ahPerDesignAh) {
-    return kCyc0 * std::sqrt(std::max(0.0, ahPerDesignAh));
+double CycleWeight(double ocv) {
+    return std::exp((ocv - kVFull) / kCycVScale) / kCycWeightMean;
+}
+
+double CycleFade(double dose) {
+    return kCyc * std::sqrt(std::max(0.0, dose));
+}
+
+double SwellingRate(double celsius, double ocv) {
+    return kSwell * Arrhenius(celsius, kSwellEa) *
+           std::exp(std::max(0.0, ocv - kSwellKneeV) / kSwellVScale);
 }
 
 double ResistanceFactor(double celsius, double fade) {

@@ -54,7 +54,7 @@ struct ModelParams {
 
     // --- Aging.
     double aging_scale =
-        1.0;  // multiplies both fade laws (scenarios that need fast aging), [0, 1000]
+        1.0;  // multiplies the fade and swelling laws (scenarios that need fast aging), [0, 1000]
 
     // --- Kernel identity.
     std::string battery_name;  // non-empty: served by the brand nodes ("NAME\n"); empty: the tree's

@@ -40,6 +40,8 @@ PhoneModel::PhoneModel(const ModelParams& params, double startEpochSeconds)
       soc_(params.start_soc_pct / 100.0),
       tempC_(params.ambient_c),
       throughputAh_(params.start_cycles * 2.0 * params.design_capacity_mah / 1000.0),
+      cycleDose_(params.start_cycles * 2.0),  // start cycles count as full ones
+      swellingPct_(cell::SwellingRate(params.ambient_c, kStartAgeOcv) * params.start_age_days),
       calendarFade_(cell::AdvanceCalendarFade(
           0.0, cell::CalendarRate(params.ambient_c, kStartAgeOcv), params.start_age_days)),
       fccAh_(designAh_),
@@ -123,6 +125,7 @@ CellState PhoneModel::State() const {
     s.fccMah = fccAh_ * 1000.0;
     s.fadePct = fade_ * 100.0;
     s.resistanceMohm = r * 1000.0;
+    s.swellingPct = params_.aging_scale * swellingPct_;
     s.plugged = plugged_;
     s.charging = charging_;
     s.chargeDone = done_;
@@ -203,7 +206,8 @@ double PhoneModel::LoadCurrent() const {
 void PhoneModel::Step(double dt) {
     const double r = ResistanceOhm();
     const double q = fccAh_ * kSecondsPerHour;  // coulombs
-    double moved = 0.0;                         // coulombs, + into the cell
+    const double socBefore = soc_;
+    double moved = 0.0;  // coulombs, + into the cell
     double endCurrent = 0.0;
     ChargeEnd end = ChargeEnd::kRunning;
     if (charging_) {
@@ -218,7 +222,11 @@ void PhoneModel::Step(double dt) {
         }
     }
     currentA_ = endCurrent;
-    throughputAh_ += std::fabs(moved) / kSecondsPerHour;
+    if (moved != 0.0) {
+        const double ah = std::fabs(moved) / kSecondsPerHour;
+        throughputAh_ += ah;
+        cycleDose_ += ah / designAh_ * cell::CycleWeight(cell::Ocv(0.5 * (socBefore + soc_)));
+    }
 
     // First-order thermal response to the step's mean I^2*R heat.
     const double meanCurrent = moved / dt;
@@ -228,7 +236,9 @@ void PhoneModel::Step(double dt) {
         dt == kMaxStepSeconds ? thermalDecay60_ : std::exp(-dt / params_.thermal_time_constant_s);
     tempC_ = steady + (tempC_ - steady) * decay;
 
-    agingRateSum_ += cell::CalendarRate(tempC_, cell::Ocv(soc_)) * dt;
+    const double ocv = cell::Ocv(soc_);
+    agingRateSum_ += cell::CalendarRate(tempC_, ocv) * dt;
+    swellingPct_ += cell::SwellingRate(tempC_, ocv) * dt / kSecondsPerDay;
     agingSeconds_ += dt;
     if (agingSeconds_ >= kAgingPeriodSeconds) {
         FlushAging();
@@ -312,9 +322,8 @@ void PhoneModel::FlushAging() {
     }
     agingRateSum_ = 0.0;
     agingSeconds_ = 0.0;
-    fade_ =
-        std::min(cell::kMaxFade, params_.aging_scale *
-                                     (calendarFade_ + cell::CycleFade(throughputAh_ / designAh_)));
+    fade_ = std::min(cell::kMaxFade,
+                     params_.aging_scale * (calendarFade_ + cell::CycleFade(cycleDose_)));
     fccAh_ = designAh_ * (1.0 - fade_);
 }
 

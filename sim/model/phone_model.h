@@ -3,8 +3,11 @@
 // Battery: SOC by charge counting against the present capacity; OCV from the cell's curve;
 // terminal voltage = OCV + I*R (I > 0 charging); temperature = ambient + I^2*R heating through a
 // first-order thermal model; equivalent full cycles from the Ah throughput (charge and
-// discharge, 2 x design Ah per cycle); capacity fade and resistance growth by the laws of
-// cell_laws.h, applied every 15 simulated minutes.
+// discharge, 2 x design Ah per cycle); capacity fade, resistance growth and swelling by the
+// laws of cell_laws.h: the calendar term from the OCV and temperature of every sub-step,
+// applied every 15 simulated minutes; the cycle term from the charge moved, weighted by the
+// OCV at which it moved; swelling from the OCV and temperature of every sub-step. So a lower
+// termination voltage or an SOC window slows all three.
 //
 // Charger: CC-CV to the effective termination voltage (nominal minus the larger of the
 // vterm_dec decrease for the adapter's type and the aging policy's decrease); the CV phase
@@ -87,6 +90,7 @@ struct CellState {
     double fccMah = 0.0;  // present capacity
     double fadePct = 0.0;
     double resistanceMohm = 0.0;  // DC, at the present temperature
+    double swellingPct = 0.0;     // thickness growth since new, % of the new cell's thickness
     bool plugged = false;
     bool charging = false;
     bool chargeDone = false;
@@ -155,6 +159,8 @@ private:
     double tempC_;
     double currentA_ = 0.0;
     double throughputAh_;
+    double cycleDose_;     // weighted throughput D of the cycle fade, design-Ah units
+    double swellingPct_;   // before aging_scale
     double calendarFade_;  // before aging_scale
     double fade_ = 0.0;
     double fccAh_;

@@ -5,5 +5,6 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 dir="${1:-build}"
 shift || true
-cmake -S . -B "$dir" -G Ninja "$@" >/dev/null
+. scripts/ccache-args.sh
+cmake -S . -B "$dir" -G Ninja "${launcher[@]}" "$@" >/dev/null
 ninja -C "$dir" >/dev/null

@@ -28,7 +28,8 @@ if ! [[ "$secs" =~ ^[1-9][0-9]*$ ]]; then
 fi
 
 scripts/setup.sh
-CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DQUEN_BUILD_FUZZ=ON \
+. scripts/ccache-args.sh
+CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja "${launcher[@]}" -DQUEN_BUILD_FUZZ=ON \
   -DQUEN_BUILD_TESTS=OFF -DQUEN_BUILD_BENCH=OFF >/dev/null
 ninja -C build-fuzz quen_fuzz >/dev/null
 

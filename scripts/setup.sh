@@ -8,7 +8,7 @@ PACKAGES=(
   libjsoncpp-dev libprotobuf-dev protobuf-compiler libssl-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libfuse3-dev fuse3 gnuplot-nox valgrind libclang-rt-14-dev
-  blueprint-tools
+  blueprint-tools ccache
 )
 
 missing=()

@@ -271,9 +271,11 @@ bool WriteLabReport(const std::string& path, const std::string& title,
             continue;
         }
         PlotSpec spec{p.id, p.title, "simulated days", p.unit, {}};
-        for (const LabArm& a : arms) {
+        for (size_t i = 0; i < arms.size(); ++i) {
+            const LabArm& a = arms[i];
             if (a.haveTrace && (!p.daemonOnly || a.spec.withDaemon)) {
                 spec.series.push_back(Series(a, p.column));
+                spec.series.back().colour = static_cast<int>(i);
             }
         }
         if (!spec.series.empty()) {

@@ -126,7 +126,8 @@ std::string RenderSvgPlot(const PlotSpec& plot) {
 
     size_t n = 0;
     for (const PlotSeries& s : plot.series) {
-        const char* colour = kColours[n % (sizeof(kColours) / sizeof(kColours[0]))];
+        const size_t palette = s.colour >= 0 ? static_cast<size_t>(s.colour) : n;
+        const char* colour = kColours[palette % (sizeof(kColours) / sizeof(kColours[0]))];
         const size_t count = std::min(s.x.size(), s.y.size());
         const size_t stride = std::max<size_t>(1, (count + kMaxPoints - 1) / kMaxPoints);
         std::string d;

@@ -16,6 +16,7 @@ struct PlotSeries {
     std::vector<double> x;
     std::vector<double> y;
     bool steps = false;  // draw as a staircase (values that hold until the next sample)
+    int colour = -1;     // palette index, so that an arm keeps its colour; -1: by position
 };
 
 struct PlotSpec {

@@ -103,8 +103,10 @@ void SummaryTable(std::ostream& html, const std::vector<LabArm>& arms) {
         const LabArm* base = BaselineOf(arms, a);
         std::string cost = "&ndash;";
         if (base != nullptr && base != &a) {
-            cost = Fmt("%+.0f min/day",
-                       60.0 * (f.chargingHoursPerDay - base->figures.chargingHoursPerDay));
+            // Rounded first, so that a cost under half a minute shows as 0, not -0.
+            const double minutes =
+                std::round(60.0 * (f.chargingHoursPerDay - base->figures.chargingHoursPerDay));
+            cost = minutes == 0 ? "0 min/day" : Fmt("%+.0f min/day", minutes);
         }
         html << "<td>" << Fmt("%.1f", f.days) << "</td><td>" << Fmt("%.2f %%", f.capacity1yPct)
              << "</td><td>" << Fmt("%.2f %%", f.capacity2yPct) << "</td><td>"
@@ -276,6 +278,7 @@ bool WriteLabReport(const std::string& path, const std::string& title,
             if (a.haveTrace && (!p.daemonOnly || a.spec.withDaemon)) {
                 spec.series.push_back(Series(a, p.column));
                 spec.series.back().colour = static_cast<int>(i);
+                spec.series.back().dashed = !a.spec.withDaemon;
             }
         }
         if (!spec.series.empty()) {

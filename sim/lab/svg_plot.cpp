@@ -8,7 +8,7 @@ namespace sim {
 namespace {
 
 constexpr double kWidth = 960, kHeight = 300;
-constexpr double kLeft = 70, kRight = 200, kTop = 30, kBottom = 45;
+constexpr double kLeft = 70, kRight = 260, kTop = 30, kBottom = 45;
 const char* const kColours[] = {"#1f77b4", "#d62728", "#2ca02c", "#ff7f0e", "#9467bd",
                                 "#8c564b", "#e377c2", "#17becf", "#7f7f7f", "#bcbd22"};
 
@@ -154,14 +154,15 @@ std::string RenderSvgPlot(const PlotSpec& plot) {
         }
         if (!d.empty()) {
             svg += "<path class='series' fill='none' stroke='" + std::string(colour) +
-                   "' stroke-width='1.8' d='" + d + "'><title>" + HtmlEscape(s.label) +
-                   "</title></path>\n";
+                   "' stroke-width='1.8'" +
+                   (s.dashed ? std::string(" stroke-dasharray='6 3'") : "") + " d='" + d +
+                   "'><title>" + HtmlEscape(s.label) + "</title></path>\n";
         }
         const double ly = kTop + 12 + 18.0 * static_cast<double>(n);
         svg += "<line x1='" + Num(kLeft + pw + 12) + "' x2='" + Num(kLeft + pw + 32) + "' y1='" +
-               Num(ly) + "' y2='" + Num(ly) + "' stroke='" + colour +
-               "' stroke-width='3'/><text x='" + Num(kLeft + pw + 38) + "' y='" + Num(ly + 4) +
-               "' class='legend'>" + HtmlEscape(s.label) + "</text>\n";
+               Num(ly) + "' y2='" + Num(ly) + "' stroke='" + colour + "' stroke-width='3'" +
+               (s.dashed ? " stroke-dasharray='6 3'" : "") + "/><text x='" + Num(kLeft + pw + 38) +
+               "' y='" + Num(ly + 4) + "' class='legend'>" + HtmlEscape(s.label) + "</text>\n";
         ++n;
     }
     svg += "</svg>\n";

@@ -15,8 +15,9 @@ struct PlotSeries {
     std::string label;
     std::vector<double> x;
     std::vector<double> y;
-    bool steps = false;  // draw as a staircase (values that hold until the next sample)
-    int colour = -1;     // palette index, so that an arm keeps its colour; -1: by position
+    bool steps = false;   // draw as a staircase (values that hold until the next sample)
+    int colour = -1;      // palette index, so that an arm keeps its colour; -1: by position
+    bool dashed = false;  // e.g. a baseline, so that a series drawn over it stays visible
 };
 
 struct PlotSpec {

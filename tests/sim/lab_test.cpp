@@ -220,8 +220,15 @@ TEST(SvgPlotTest, PathsStayInsideTheFrameThinnedBrokenAtGapsAndEscaped) {
     const size_t points = std::count(first.begin(), first.end(), 'L') + 1;
     EXPECT_LE(points, sim::kMaxPoints + 1);
     EXPECT_GE(points, sim::kMaxPoints / 2);
-    // The last point is kept: the path ends at the right edge of the frame (x = 760).
-    EXPECT_NE(first.find("L760.0 "), std::string::npos) << first.substr(first.size() - 40);
+    // The last point is kept: the path ends at the frame's right edge.
+    const size_t rect = svg.find("<rect x='");
+    ASSERT_NE(rect, std::string::npos);
+    const double left = atof(svg.c_str() + rect + 9);
+    const double width = atof(svg.c_str() + svg.find("width='", rect) + 7);
+    char edge[32];
+    snprintf(edge, sizeof(edge), "L%.1f ", left + width);
+    EXPECT_NE(first.find(edge), std::string::npos)
+        << edge << " " << first.substr(first.size() - 40);
 }
 
 TEST(SvgPlotTest, NiceTicksCoverTheRangeInRoundSteps) {

@@ -70,6 +70,7 @@ private:
 int Merge(int argc, char** argv) {
     std::string out;
     std::vector<std::string> files;
+    std::error_code ec;
     for (int i = 2; i < argc; ++i) {
         const std::string a = argv[i];
         if (a == "--out") {
@@ -116,7 +117,6 @@ int Merge(int argc, char** argv) {
         shards.push_back(std::move(s));
     }
     FleetMerged merged;
-    std::error_code ec;
     fs::create_directories(out, ec);
     if (!MergeShards(shards, merged, error) || !WriteFleetReport(out, merged, error)) {
         fprintf(stderr, "quen-sim fleet: %s\n", error.c_str());

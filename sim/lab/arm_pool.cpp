@@ -3,6 +3,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <time.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <fstream>
@@ -67,12 +69,18 @@ size_t RunArmsInParallel(std::vector<LabArm>& arms, int jobs, const volatile sig
             }
             forwarded = true;
         }
+        // Poll rather than block, so that a stop request that lands just before the wait is
+        // still seen within a tenth of a second (a signal also cuts the sleep short).
         int status = 0;
-        const pid_t pid = waitpid(-1, &status, 0);
+        const pid_t pid = waitpid(-1, &status, WNOHANG);
+        if (pid == 0 || (pid < 0 && errno == EINTR)) {
+            struct timespec tenth {
+                0, 100000000L
+            };
+            nanosleep(&tenth, nullptr);
+            continue;
+        }
         if (pid < 0) {
-            if (errno == EINTR) {
-                continue;  // a signal: look at `stop` again
-            }
             break;  // no child left to wait for (cannot happen while `running` holds one)
         }
         auto it = running.find(pid);

@@ -89,7 +89,7 @@ void SummaryTable(std::ostream& html, const std::vector<LabArm>& arms) {
             "<th>capacity at 2 years</th><th>capacity at the end</th><th>cycles</th>"
             "<th>charging per day</th><th>charge time cost</th><th>limit changes</th>"
             "<th>h &ge; 4.30 V</th><th>h &ge; 4.30 V &amp; &ge; 35 &deg;C</th>"
-            "<th>swelling</th></tr>\n";
+            "<th>swelling</th><th>kernel writes</th></tr>\n";
     for (const LabArm& a : arms) {
         const ArmFigures& f = a.figures;
         html << "<tr><td>" << HtmlEscape(a.spec.name) << "</td><td>"
@@ -97,7 +97,7 @@ void SummaryTable(std::ostream& html, const std::vector<LabArm>& arms) {
              << HtmlEscape(a.spec.config) << "</td><td>"
              << HtmlEscape(a.haveTrace ? a.summary.outcome : "no result: " + a.error) << "</td>";
         if (!a.haveTrace) {
-            html << "<td colspan='11'></td></tr>\n";
+            html << "<td colspan='12'></td></tr>\n";
             continue;
         }
         const LabArm* base = BaselineOf(arms, a);
@@ -115,7 +115,7 @@ void SummaryTable(std::ostream& html, const std::vector<LabArm>& arms) {
              << Fmt("%.2f h", f.chargingHoursPerDay) << "</td><td>" << cost << "</td><td>"
              << f.limitChanges << "</td><td>" << Fmt("%.1f", f.hoursHighVoltage) << "</td><td>"
              << Fmt("%.1f", f.hoursHighVoltageHot) << "</td><td>" << Fmt("%.4f", f.swellEnd)
-             << "</td></tr>\n";
+             << "</td><td>" << a.summary.kernelWrites << "</td></tr>\n";
     }
     html << "</table>\n<p class='note'>Capacity is the full-charge capacity against the arm's "
             "start. Charge time cost: time spent charging per day against the arm without the "

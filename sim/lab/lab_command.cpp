@@ -58,7 +58,7 @@ const char kPlainUsage[] =
     "                [--days N] [--speed N]\n"
     "       quen-sim fleet ...   (quen-sim fleet --help)\n"
     "  runs the daemon against a simulated phone, and the phone without it as the baseline;\n"
-    "  writes DIR/report.html (default DIR: out/sim/<scenario name>, or .../lab)\n";
+    "  writes DIR/report.html (default DIR: out/sim/<scenario name>, or out/sim/<name>-lab)\n";
 
 int Usage(const char* why) {
     if (why != nullptr) {

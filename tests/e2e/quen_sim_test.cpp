@@ -269,6 +269,21 @@ TEST_F(QuenSimTest, FleetShardsMergeToTheFiguresOfOneRun) {
                   dev.HostPath("/other")),
               2);
     EXPECT_NE(Output().find("different fleets"), std::string::npos) << Output();
+
+    // With the daemon, each phone carries its swelling estimate (zero so early, off the
+    // charger) into the percentiles.
+    if (!HaveFuse()) {
+        GTEST_SKIP() << "FUSE is not available here: the fleet with the daemon is skipped";
+    }
+    ASSERT_EQ(Run("fleet " + sc +
+                  " --phones 2 --profiles light,commuter --days 0.3 --speed 20000 "
+                  "--out " +
+                  dev.HostPath("/quen")),
+              0)
+        << Output();
+    const Json::Value withQuen = percentiles("/quen/fleet.json");
+    EXPECT_EQ(withQuen["all"]["swell_end"]["n"].asInt(), 2);
+    EXPECT_EQ(whole["all"]["swell_end"]["n"].asInt(), 0);  // nothing estimates it without quen
 }
 
 TEST_F(QuenSimTest, TheReportIsDrawnByABrowserWithoutErrors) {

@@ -1,6 +1,7 @@
 #include "sim/lab/lab_command.h"
 
 #include <signal.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -258,7 +259,12 @@ int Run(LabOptions& opt, const SimDefaults& defaults) {
     }
     out = fs::canonical(out, ec);
     fs::remove(out / "report.html", ec);
-    // Arms left over from an earlier run with other arms would not be in this report.
+    // Arms left over from an earlier run with other arms would not be in this report; a
+    // mount left by a run that was killed is detached first, so that nothing is deleted
+    // through it.
+    for (const auto& e : fs::directory_iterator(out / "arms", ec)) {
+        umount2((e.path() / "root" / "sys").c_str(), MNT_DETACH);
+    }
     fs::remove_all(out / "arms", ec);
     for (LabArm& a : arms) {
         a.spec.outDir = (out / "arms" / a.spec.name).string();

@@ -245,6 +245,18 @@ bool WriteLabReport(const std::string& path, const std::string& title,
             "max-height:30em;overflow:auto;background:#f6f6f6;padding:.5em}\n"
          << ".note{color:#555;font-size:13px}\n</style></head><body>\n<h1>" << HtmlEscape(title)
          << "</h1>\n";
+    if (!arms.empty()) {
+        const Scenario& sc = arms[0].spec.scenario;
+        const Json::Value& scale = sc.model["aging_scale"];
+        html << "<p>Scenario " << HtmlEscape(sc.file) << ": " << Fmt("%.1f", sc.days)
+             << " simulated days from the scenario's start";
+        if (scale.isNumeric() && scale.asDouble() != 1.0) {
+            // Capacity figures are then those of an aging N times faster than the cell's.
+            html << "; <b>aging accelerated " << Fmt("%g", scale.asDouble())
+                 << "&times;</b> (the scenario's aging_scale)";
+        }
+        html << ".</p>\n";
+    }
     SummaryTable(html, arms);
 
     bool anyDaemon = false;

@@ -121,10 +121,15 @@ TEST_F(QuenSimTest, AShortRunEndsWithATraceAndAReport) {
     EXPECT_NE(Output().find("arm default: completed"), std::string::npos) << Output();
     EXPECT_NE(Output().find("arm without-quen: completed"), std::string::npos) << Output();
     EXPECT_FALSE(Mounted(dev.HostPath("/out/arms/default/root/sys")));
-    // Both arms sampled the same half day, every 30 minutes, and the last sample.
-    for (const char* arm : {"default", "without-quen"}) {
-        EXPECT_GE(Rows("/out/arms/" + std::string(arm) + "/trace.csv"), 24) << arm;
-    }
+    // The baseline samples every 30 simulated minutes and at the end. The arm with the
+    // daemon runs on the accelerated wall clock and skips the samples a loaded machine makes
+    // it miss, but it too reaches the end.
+    EXPECT_EQ(Rows("/out/arms/without-quen/trace.csv"), 25);
+    EXPECT_GE(Rows("/out/arms/default/trace.csv"), 2);
+    sim::RunSummary summary;
+    std::string error;
+    ASSERT_TRUE(sim::ReadSummary(dev.HostPath("/out/arms/default"), summary, error)) << error;
+    EXPECT_GE(summary.simulatedDays, 0.5);
     // The daemon wrote its first limits through the fake kernel, and they were traced; the
     // baseline wrote nothing.
     EXPECT_NE(dev.Read("/out/arms/default/kernel-writes.log")

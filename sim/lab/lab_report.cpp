@@ -95,7 +95,11 @@ void SummaryTable(std::ostream& html, const std::vector<LabArm>& arms) {
         html << "<tr><td>" << HtmlEscape(a.spec.name) << "</td><td>"
              << HtmlEscape(a.spec.profile.empty() ? "(scenario)" : a.spec.profile) << "</td><td>"
              << HtmlEscape(a.spec.config) << "</td><td>"
-             << HtmlEscape(a.haveTrace ? a.summary.outcome : "no result: " + a.error) << "</td>";
+             << HtmlEscape(a.haveTrace ? a.summary.outcome : "no result: " + a.error);
+        if (a.haveTrace && a.summary.logErrors > 0) {
+            html << "<br><b>" << a.summary.logErrors << " error lines in quen.log</b>";
+        }
+        html << "</td>";
         if (!a.haveTrace) {
             html << "<td colspan='12'></td></tr>\n";
             continue;

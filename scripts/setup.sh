@@ -7,7 +7,7 @@ PACKAGES=(
   build-essential cmake ninja-build pkg-config clang clang-format
   libjsoncpp-dev libprotobuf-dev protobuf-compiler libssl-dev
   libgtest-dev libgmock-dev libbenchmark-dev
-  libfuse3-dev fuse3 gnuplot-nox valgrind libclang-rt-14-dev
+  libfuse3-dev fuse3 gnuplot-nox valgrind libclang-rt-14-dev chromium
   blueprint-tools ccache
 )
 

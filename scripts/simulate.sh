@@ -1,10 +1,23 @@
 #!/usr/bin/env bash
-# The main job: builds quen and its simulator, then runs the real daemon against a simulated
-# phone (the default scenario, sim/scenarios/default.json, unless another is given) and writes
-# a report with plots.
-# Usage: scripts/simulate.sh [SCENARIO.json] [quen-sim options: --out DIR --days N --speed N]
+# The main job: builds quen and its simulator, then runs the real daemon against simulated
+# phones and writes a side-by-side report.
+#
+# Without arguments: a default lab on the default scenario (sim/scenarios/default.json): two
+# users (overnight charger, heavy gamer in a hot car), each without quen and with quen, for
+# 24 simulated days (about a minute on two cores); the report is out/sim/default-lab/report.html.
+# With arguments, they are quen-sim's: scripts/simulate.sh [SCENARIO.json] [--days N] ...,
+# scripts/simulate.sh lab ..., scripts/simulate.sh fleet ... (see quen-sim --help).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
 scripts/build.sh build-run -DQUEN_BUILD_TESTS=OFF -DQUEN_BUILD_BENCH=OFF >/dev/null
-exec build-run/sim/runner/quen-sim "$@"
+sim=build-run/sim/runner/quen-sim
+if [ $# -gt 0 ]; then
+  exec "$sim" "$@"
+fi
+out=out/sim/default-lab
+status=0
+"$sim" lab sim/scenarios/default.json --profile overnight --profile gamer-hot-car --days 24 \
+  --out "$out" || status=$?
+echo "simulate: the report is $(pwd)/$out/report.html"
+exit "$status"

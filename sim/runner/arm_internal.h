@@ -1,0 +1,52 @@
+// Pieces shared by the two kinds of arm (with and without the daemon).
+//
+// Threads: the arm's one thread.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "sim/model/model_nodes.h"
+#include "sim/runner/arm.h"
+#include "sim/runner/swell_probe.h"
+#include "sim/runner/trace.h"
+
+namespace sim {
+
+// Records one sample in the trace and the summary's counters and change lists.
+class ArmSampler {
+public:
+    ArmSampler(Trace& trace, RunSummary& summary, double startEpoch)
+        : trace_(trace), summary_(summary), start_(startEpoch) {}
+    // Returns the sample's simulated day.
+    double Add(const ModelSample& s, const SwellEstimate& swell);
+
+private:
+    Trace& trace_;
+    RunSummary& summary_;
+    double start_;
+    unsigned lastLevel_ = 0;
+    unsigned lastScene_ = 0;
+};
+
+// A progress line on standard error (rewritten in place on a terminal, every tenth otherwise).
+class ArmProgress {
+public:
+    ArmProgress(std::string label, double days, bool enabled);
+    void Show(double day, double realSeconds, bool last = false);
+
+private:
+    std::string label_;
+    double days_;
+    bool enabled_;
+    bool tty_;
+    int lastTenth_ = -1;
+    int64_t lastShownNs_ = 0;
+};
+
+int RunDaemonArm(const ArmSpec& spec, const volatile sig_atomic_t* stop, RunSummary& summary,
+                 std::string& error);
+int RunModelArm(const ArmSpec& spec, const volatile sig_atomic_t* stop, RunSummary& summary,
+                std::string& error);
+
+}  // namespace sim

@@ -273,17 +273,17 @@ int FleetMain(int argc, char** argv, const SimDefaults& defaults) {
         LabArm arm;
         char name[32];
         snprintf(name, sizeof(name), "%05d", p.index);
-        arm.spec.name = std::string("phone-") + name;
-        arm.spec.profile = p.profile;
-        arm.spec.config = result.key.config;
-        arm.spec.scenario = sc;
-        ApplyProfile(sc.model, profiles[p.profile], arm.spec.scenario.model, error);
-        arm.spec.scenario.model["seed"] = p.seed;
-        arm.spec.withDaemon = !withoutQuen;
-        arm.spec.quen = quen;
-        arm.spec.configFile = configFile.empty() ? "" : fs::absolute(configFile).string();
-        arm.spec.outDir = (outDir / "phones" / name).string();
-        fs::create_directories(arm.spec.outDir, ec);
+        arm.plan.name = std::string("phone-") + name;
+        arm.plan.profile = p.profile;
+        arm.plan.config = result.key.config;
+        arm.plan.scenario = sc;
+        ApplyProfile(sc.model, profiles[p.profile], arm.plan.scenario.model, error);
+        arm.plan.scenario.model["seed"] = p.seed;
+        arm.plan.withDaemon = !withoutQuen;
+        arm.plan.quen = quen;
+        arm.plan.configFile = configFile.empty() ? "" : fs::absolute(configFile).string();
+        arm.plan.outDir = (outDir / "phones" / name).string();
+        fs::create_directories(arm.plan.outDir, ec);
         arms.push_back(arm);
     }
 

@@ -20,9 +20,9 @@ const char* const kErrorFile = "/start-error.txt";
 [[noreturn]] void RunChild(const LabArm& arm, const volatile sig_atomic_t* stop) {
     RunSummary summary;
     std::string error;
-    const int rc = RunArm(arm.spec, stop, summary, error);
+    const int rc = RunArm(arm.plan, stop, summary, error);
     if (rc == 2) {
-        std::ofstream(arm.spec.outDir + kErrorFile) << error;
+        std::ofstream(arm.plan.outDir + kErrorFile) << error;
     }
     fflush(stderr);
     _exit(rc);
@@ -45,7 +45,7 @@ size_t RunArmsInParallel(std::vector<LabArm>& arms, int jobs, const volatile sig
         const bool stopping = stop != nullptr && *stop;
         while (!stopping && next < arms.size() && static_cast<int>(running.size()) < jobs) {
             LabArm& arm = arms[next];
-            unlink((arm.spec.outDir + kErrorFile).c_str());
+            unlink((arm.plan.outDir + kErrorFile).c_str());
             fflush(nullptr);
             const pid_t pid = fork();
             if (pid == 0) {
@@ -91,7 +91,7 @@ size_t RunArmsInParallel(std::vector<LabArm>& arms, int jobs, const volatile sig
         running.erase(it);
         arm.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
         if (arm.exitCode == 2) {
-            std::ifstream in(arm.spec.outDir + kErrorFile);
+            std::ifstream in(arm.plan.outDir + kErrorFile);
             std::stringstream ss;
             ss << in.rdbuf();
             arm.error = ss.str().empty() ? "the arm could not start" : ss.str();

@@ -199,15 +199,15 @@ bool PlanArms(const LabOptions& opt, const Scenario& sc, const SimDefaults& defa
         w["indentation"] = "  ";
         for (const Config& c : configs) {
             LabArm arm;
-            arm.spec.profile = p.name;
-            arm.spec.config = c.name;
-            arm.spec.name = p.name.empty() ? c.name : p.name + "." + c.name;
-            arm.spec.scenario = sc;
-            arm.spec.scenario.model = model;
-            arm.spec.withDaemon = c.daemon;
-            arm.spec.quen = opt.quen;
-            arm.spec.configFile = c.file;
-            arm.spec.outDir = (out / "arms" / arm.spec.name).string();
+            arm.plan.profile = p.name;
+            arm.plan.config = c.name;
+            arm.plan.name = p.name.empty() ? c.name : p.name + "." + c.name;
+            arm.plan.scenario = sc;
+            arm.plan.scenario.model = model;
+            arm.plan.withDaemon = c.daemon;
+            arm.plan.quen = opt.quen;
+            arm.plan.configFile = c.file;
+            arm.plan.outDir = (out / "arms" / arm.plan.name).string();
             arm.profileText = p.name.empty()
                                   ? "the scenario's user:\n" + Json::writeString(w, sc.model)
                                   : p.description + "\n" + Json::writeString(w, p.model);
@@ -267,9 +267,9 @@ int Run(LabOptions& opt, const SimDefaults& defaults) {
     }
     fs::remove_all(out / "arms", ec);
     for (LabArm& a : arms) {
-        a.spec.outDir = (out / "arms" / a.spec.name).string();
-        fs::create_directories(a.spec.outDir, ec);
-        a.spec.progress = a.spec.withDaemon && (!opt.lab || isatty(STDERR_FILENO) == 0);
+        a.plan.outDir = (out / "arms" / a.plan.name).string();
+        fs::create_directories(a.plan.outDir, ec);
+        a.plan.progress = a.plan.withDaemon && (!opt.lab || isatty(STDERR_FILENO) == 0);
     }
 
     setenv("TZ", sc.timezone.c_str(), 1);
@@ -282,7 +282,7 @@ int Run(LabOptions& opt, const SimDefaults& defaults) {
             std::min<int>(jobs, static_cast<int>(arms.size())), out.c_str());
     const int64_t t0 = MonotonicNs();
     RunArmsInParallel(arms, jobs, &g_stop, [](const LabArm& a, size_t done, size_t total) {
-        fprintf(stderr, "quen-sim: arm %s: %s (%zu/%zu)\n", a.spec.name.c_str(),
+        fprintf(stderr, "quen-sim: arm %s: %s (%zu/%zu)\n", a.plan.name.c_str(),
                 a.exitCode == 0     ? "completed"
                 : a.exitCode == 130 ? "interrupted"
                 : a.exitCode == 1   ? "FAILED"

@@ -33,19 +33,19 @@ std::string ReadAll(const std::string& path) {
 // The baseline of `arm`: the arm without the daemon for the same user profile.
 const LabArm* BaselineOf(const std::vector<LabArm>& arms, const LabArm& arm) {
     for (const LabArm& a : arms) {
-        if (!a.spec.withDaemon && a.spec.profile == arm.spec.profile && a.haveTrace) {
+        if (!a.plan.withDaemon && a.plan.profile == arm.plan.profile && a.haveTrace) {
             return &a;
         }
     }
     return nullptr;
 }
 
-std::string ConfigText(const ArmSpec& spec) {
-    if (!spec.withDaemon) {
+std::string ConfigText(const ArmPlan& plan) {
+    if (!plan.withDaemon) {
         return "(no daemon: the charger's defaults, nothing written to the limit nodes)";
     }
     const std::string file =
-        spec.configFile.empty() ? spec.scenario.deviceDir + "/" + kConfigFile : spec.configFile;
+        plan.configFile.empty() ? plan.scenario.deviceDir + "/" + kConfigFile : plan.configFile;
     return file + ":\n\n" + ReadAll(file);
 }
 
@@ -53,7 +53,7 @@ enum class Column { kFcc, kVterm, kCurrent, kSocCap, kSwell, kBasp, kAsw };
 
 PlotSeries Series(const LabArm& a, Column c) {
     PlotSeries s;
-    s.label = a.spec.name;
+    s.label = a.plan.name;
     s.x = a.series.day;
     s.steps = c != Column::kFcc && c != Column::kSwell;
     auto take = [&](const auto& v) { s.y.assign(v.begin(), v.end()); };
@@ -92,9 +92,9 @@ void SummaryTable(std::ostream& html, const std::vector<LabArm>& arms) {
             "<th>swelling</th><th>kernel writes</th></tr>\n";
     for (const LabArm& a : arms) {
         const ArmFigures& f = a.figures;
-        html << "<tr><td>" << HtmlEscape(a.spec.name) << "</td><td>"
-             << HtmlEscape(a.spec.profile.empty() ? "(scenario)" : a.spec.profile) << "</td><td>"
-             << HtmlEscape(a.spec.config) << "</td><td>"
+        html << "<tr><td>" << HtmlEscape(a.plan.name) << "</td><td>"
+             << HtmlEscape(a.plan.profile.empty() ? "(scenario)" : a.plan.profile) << "</td><td>"
+             << HtmlEscape(a.plan.config) << "</td><td>"
              << HtmlEscape(a.haveTrace ? a.summary.outcome : "no result: " + a.error);
         if (a.haveTrace && a.summary.logErrors > 0) {
             html << "<br><b>" << a.summary.logErrors << " error lines in quen.log</b>";
@@ -144,7 +144,7 @@ void ExposureTable(std::ostream& html, const std::vector<LabArm>& arms) {
         if (!a.haveTrace) {
             continue;
         }
-        html << "<tr><td>" << HtmlEscape(a.spec.name) << "</td>";
+        html << "<tr><td>" << HtmlEscape(a.plan.name) << "</td>";
         for (int v = kVoltBands - 1; v >= 0; --v) {
             for (int t = 0; t < kTempBands; ++t) {
                 html << "<td>" << Fmt("%.1f", a.figures.exposureHours[v][t]) << "</td>";
@@ -175,7 +175,7 @@ void LevelTable(std::ostream& html, const std::vector<LabArm>& arms) {
         html << "<th>scene " << s << "</th>";
     html << "</tr>\n";
     for (const LabArm& a : arms) {
-        html << "<tr><td>" << HtmlEscape(a.spec.name) << "</td>";
+        html << "<tr><td>" << HtmlEscape(a.plan.name) << "</td>";
         for (int l : levels) {
             auto it = a.figures.baspLevelDay.find(l);
             html << "<td>"
@@ -197,15 +197,15 @@ void Configurations(std::ostream& html, const std::vector<LabArm>& arms) {
     html << "<h2>Configurations and user profiles</h2>\n<div class='side'>\n";
     std::set<std::string> shown;
     for (const LabArm& a : arms) {
-        if (shown.insert("c:" + a.spec.config).second) {
-            html << "<div><h3>configuration " << HtmlEscape(a.spec.config) << "</h3><pre>"
-                 << HtmlEscape(ConfigText(a.spec)) << "</pre></div>\n";
+        if (shown.insert("c:" + a.plan.config).second) {
+            html << "<div><h3>configuration " << HtmlEscape(a.plan.config) << "</h3><pre>"
+                 << HtmlEscape(ConfigText(a.plan)) << "</pre></div>\n";
         }
     }
     for (const LabArm& a : arms) {
-        if (shown.insert("p:" + a.spec.profile).second) {
+        if (shown.insert("p:" + a.plan.profile).second) {
             html << "<div><h3>user "
-                 << HtmlEscape(a.spec.profile.empty() ? "(scenario)" : a.spec.profile)
+                 << HtmlEscape(a.plan.profile.empty() ? "(scenario)" : a.plan.profile)
                  << "</h3><pre>" << HtmlEscape(a.profileText) << "</pre></div>\n";
         }
     }
@@ -217,8 +217,8 @@ void Configurations(std::ostream& html, const std::vector<LabArm>& arms) {
 void LoadArmResults(std::vector<LabArm>& arms) {
     for (LabArm& a : arms) {
         std::string error;
-        if (!ReadSummary(a.spec.outDir, a.summary, error) ||
-            !ReadTrace(a.spec.outDir + "/trace.csv", a.series, error)) {
+        if (!ReadSummary(a.plan.outDir, a.summary, error) ||
+            !ReadTrace(a.plan.outDir + "/trace.csv", a.series, error)) {
             a.haveTrace = false;
             if (a.error.empty()) {
                 a.error = error;
@@ -226,7 +226,7 @@ void LoadArmResults(std::vector<LabArm>& arms) {
             continue;
         }
         a.haveTrace = true;
-        a.figures = ComputeFigures(a.series, a.spec.withDaemon);
+        a.figures = ComputeFigures(a.series, a.plan.withDaemon);
     }
 }
 
@@ -250,7 +250,7 @@ bool WriteLabReport(const std::string& path, const std::string& title,
          << ".note{color:#555;font-size:13px}\n</style></head><body>\n<h1>" << HtmlEscape(title)
          << "</h1>\n";
     if (!arms.empty()) {
-        const Scenario& sc = arms[0].spec.scenario;
+        const Scenario& sc = arms[0].plan.scenario;
         const Json::Value& scale = sc.model["aging_scale"];
         html << "<p>Scenario " << HtmlEscape(sc.file) << ": " << Fmt("%.1f", sc.days)
              << " simulated days from the scenario's start";
@@ -265,7 +265,7 @@ bool WriteLabReport(const std::string& path, const std::string& title,
 
     bool anyDaemon = false;
     for (const LabArm& a : arms) {
-        anyDaemon = anyDaemon || (a.spec.withDaemon && a.haveTrace);
+        anyDaemon = anyDaemon || (a.plan.withDaemon && a.haveTrace);
     }
     struct P {
         Column column;
@@ -288,17 +288,17 @@ bool WriteLabReport(const std::string& path, const std::string& title,
         if (p.daemonOnly && !anyDaemon) {
             continue;
         }
-        PlotSpec spec{p.id, p.title, "simulated days", p.unit, {}};
+        PlotSpec plan{p.id, p.title, "simulated days", p.unit, {}};
         for (size_t i = 0; i < arms.size(); ++i) {
             const LabArm& a = arms[i];
-            if (a.haveTrace && (!p.daemonOnly || a.spec.withDaemon)) {
-                spec.series.push_back(Series(a, p.column));
-                spec.series.back().colour = static_cast<int>(i);
-                spec.series.back().dashed = !a.spec.withDaemon;
+            if (a.haveTrace && (!p.daemonOnly || a.plan.withDaemon)) {
+                plan.series.push_back(Series(a, p.column));
+                plan.series.back().colour = static_cast<int>(i);
+                plan.series.back().dashed = !a.plan.withDaemon;
             }
         }
-        if (!spec.series.empty()) {
-            html << RenderSvgPlot(spec);
+        if (!plan.series.empty()) {
+            html << RenderSvgPlot(plan);
         }
     }
     if (!anyDaemon) {
@@ -311,11 +311,11 @@ bool WriteLabReport(const std::string& path, const std::string& title,
     html << "<h2>Files</h2>\n<ul>\n";
     const fs::path base = fs::path(path).parent_path();
     for (const LabArm& a : arms) {
-        const std::string rel = fs::path(a.spec.outDir).lexically_relative(base).string();
-        html << "<li>" << HtmlEscape(a.spec.name) << ": <a href='" << HtmlEscape(rel)
+        const std::string rel = fs::path(a.plan.outDir).lexically_relative(base).string();
+        html << "<li>" << HtmlEscape(a.plan.name) << ": <a href='" << HtmlEscape(rel)
              << "/trace.csv'>trace.csv</a>, <a href='" << HtmlEscape(rel)
              << "/summary.json'>summary.json</a>"
-             << (a.spec.withDaemon ? ", <a href='" + HtmlEscape(rel) + "/quen.log'>quen.log</a>"
+             << (a.plan.withDaemon ? ", <a href='" + HtmlEscape(rel) + "/quen.log'>quen.log</a>"
                                    : std::string())
              << "</li>\n";
     }

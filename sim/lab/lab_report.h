@@ -16,7 +16,7 @@
 namespace sim {
 
 struct LabArm {
-    ArmSpec spec;
+    ArmPlan plan;
     int exitCode = -1;  // RunArm's result; -1: never ran
     RunSummary summary;
     ArmSeries series;

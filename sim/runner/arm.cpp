@@ -66,31 +66,31 @@ void ArmProgress::Show(double day, double realSeconds, bool last) {
     fflush(stderr);
 }
 
-int RunArm(const ArmSpec& spec, const volatile sig_atomic_t* stop, RunSummary& summary,
+int RunArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, RunSummary& summary,
            std::string& error) {
     std::error_code ec;
-    fs::create_directories(spec.outDir, ec);
+    fs::create_directories(plan.outDir, ec);
     if (ec) {
-        error = "cannot create " + spec.outDir + ": " + ec.message();
+        error = "cannot create " + plan.outDir + ": " + ec.message();
         return 2;
     }
     for (const char* old : {"quen.log", "trace.csv", "kernel-writes.log", "summary.json"}) {
-        fs::remove(fs::path(spec.outDir) / old, ec);
+        fs::remove(fs::path(plan.outDir) / old, ec);
     }
     summary = RunSummary{};
-    summary.arm = spec.name;
-    summary.profile = spec.profile;
-    summary.config = spec.config;
-    summary.scenario = spec.scenario.name;
-    summary.withDaemon = spec.withDaemon;
+    summary.arm = plan.name;
+    summary.profile = plan.profile;
+    summary.config = plan.config;
+    summary.scenario = plan.scenario.name;
+    summary.withDaemon = plan.withDaemon;
     summary.outcome = "completed";
-    const int rc = spec.withDaemon ? RunDaemonArm(spec, stop, summary, error)
-                                   : RunModelArm(spec, stop, summary, error);
+    const int rc = plan.withDaemon ? RunDaemonArm(plan, stop, summary, error)
+                                   : RunModelArm(plan, stop, summary, error);
     if (rc == 2) {
         return rc;
     }
     std::string why;
-    if (!WriteSummary(spec.outDir, summary, why)) {
+    if (!WriteSummary(plan.outDir, summary, why)) {
         fprintf(stderr, "quen-sim: %s\n", why.c_str());
     }
     return rc;

@@ -25,7 +25,7 @@
 
 namespace sim {
 
-struct ArmSpec {
+struct ArmPlan {
     std::string name;     // label in reports, [A-Za-z0-9_.-]+
     std::string profile;  // user profile label ("" for the scenario's own user)
     std::string config;   // configuration label: "none" without the daemon, "default", ...
@@ -63,7 +63,7 @@ struct RunSummary {
 // Runs the arm. Returns 0 when it completed, 1 when the daemon died, 2 when it could not
 // start (bad scenario, no FUSE, no daemon binary; message in `error`), 130 when stopped.
 // Except for 2, summary.json is written and `summary` filled.
-int RunArm(const ArmSpec& spec, const volatile sig_atomic_t* stop, RunSummary& summary,
+int RunArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, RunSummary& summary,
            std::string& error);
 
 // summary.json of a result folder, both ways. False with a message when unreadable.

@@ -44,9 +44,9 @@ std::string Tail(const fs::path& log, size_t lines) {
 
 }  // namespace
 
-int RunDaemonArm(const ArmSpec& spec, const volatile sig_atomic_t* stop, RunSummary& summary,
+int RunDaemonArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, RunSummary& summary,
                  std::string& error) {
-    const Scenario& sc = spec.scenario;
+    const Scenario& sc = plan.scenario;
     ModelParams params;
     if (!LoadModelParams(sc.model, params, error)) {
         error = "\"model\": " + error;
@@ -56,21 +56,21 @@ int RunDaemonArm(const ArmSpec& spec, const volatile sig_atomic_t* stop, RunSumm
         error = "the fake kernel needs FUSE: " + error;
         return 2;
     }
-    if (access(spec.quen.c_str(), X_OK) != 0) {
-        error = "the daemon " + spec.quen + " cannot be run (build it, or pass --quen)";
+    if (access(plan.quen.c_str(), X_OK) != 0) {
+        error = "the daemon " + plan.quen + " cannot be run (build it, or pass --quen)";
         return 2;
     }
-    const fs::path out = spec.outDir;
+    const fs::path out = plan.outDir;
     const fs::path root = out / "root";
     if (!PrepareRoot(sc, root.string(), error)) {
         return 2;
     }
     std::error_code ec;
-    if (!spec.configFile.empty()) {
-        fs::copy_file(spec.configFile, root / kConfigFile, fs::copy_options::overwrite_existing,
+    if (!plan.configFile.empty()) {
+        fs::copy_file(plan.configFile, root / kConfigFile, fs::copy_options::overwrite_existing,
                       ec);
         if (ec) {
-            error = "cannot use the configuration " + spec.configFile + ": " + ec.message();
+            error = "cannot use the configuration " + plan.configFile + ": " + ec.message();
             return 2;
         }
     }
@@ -91,7 +91,7 @@ int RunDaemonArm(const ArmSpec& spec, const volatile sig_atomic_t* stop, RunSumm
     SwellProbe swellProbe;
     const bool haveSwell = swellProbe.Init(root.string(), error);
     if (!haveSwell) {
-        fprintf(stderr, "quen-sim: %s: no swelling estimate in the trace: %s\n", spec.name.c_str(),
+        fprintf(stderr, "quen-sim: %s: no swelling estimate in the trace: %s\n", plan.name.c_str(),
                 error.c_str());
     }
 
@@ -110,13 +110,13 @@ int RunDaemonArm(const ArmSpec& spec, const volatile sig_atomic_t* stop, RunSumm
     };
     unsetenv("QUEN_LOG_FILE");  // its standard error already goes to quen.log
     const int64_t realStart = SimClock::MonoNs();
-    if (!daemon.Start(spec.quen, {"-d"}, env, log.string(), error)) {
+    if (!daemon.Start(plan.quen, {"-d"}, env, log.string(), error)) {
         kernel.Unmount();
         return 2;
     }
 
     ArmSampler sampler(trace, summary, static_cast<double>(sc.startEpoch));
-    ArmProgress progress(spec.name, sc.days, spec.progress);
+    ArmProgress progress(plan.name, sc.days, plan.progress);
     const double end = static_cast<double>(sc.startEpoch) + sc.days * 86400.0;
     double nextSample = static_cast<double>(sc.startEpoch);
     double nextSwell = nextSample;
@@ -171,7 +171,7 @@ int RunDaemonArm(const ArmSpec& spec, const volatile sig_atomic_t* stop, RunSumm
     summary.writesByNode = trace.WritesByNode();
     summary.logErrors = CountErrorLines(log);
     if (!summary.ok && summary.outcome != "interrupted") {
-        fprintf(stderr, "quen-sim: %s: FAILED: %s; the end of its log (%s):\n%s", spec.name.c_str(),
+        fprintf(stderr, "quen-sim: %s: FAILED: %s; the end of its log (%s):\n%s", plan.name.c_str(),
                 summary.outcome.c_str(), log.c_str(), Tail(log, 20).c_str());
     }
     if (summary.outcome == "interrupted") {

@@ -44,9 +44,9 @@ private:
     int64_t lastShownNs_ = 0;
 };
 
-int RunDaemonArm(const ArmSpec& spec, const volatile sig_atomic_t* stop, RunSummary& summary,
+int RunDaemonArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, RunSummary& summary,
                  std::string& error);
-int RunModelArm(const ArmSpec& spec, const volatile sig_atomic_t* stop, RunSummary& summary,
+int RunModelArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, RunSummary& summary,
                 std::string& error);
 
 }  // namespace sim

@@ -7,9 +7,9 @@
 
 namespace sim {
 
-int RunModelArm(const ArmSpec& spec, const volatile sig_atomic_t* stop, RunSummary& summary,
+int RunModelArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, RunSummary& summary,
                 std::string& error) {
-    const Scenario& sc = spec.scenario;
+    const Scenario& sc = plan.scenario;
     ModelParams params;
     if (!LoadModelParams(sc.model, params, error)) {
         error = "\"model\": " + error;
@@ -17,12 +17,12 @@ int RunModelArm(const ArmSpec& spec, const volatile sig_atomic_t* stop, RunSumma
     }
     Trace trace;
     const double start = static_cast<double>(sc.startEpoch);
-    if (!trace.Open(spec.outDir, start, error)) {
+    if (!trace.Open(plan.outDir, start, error)) {
         return 2;
     }
     PhoneModel model(params, start);
     ArmSampler sampler(trace, summary, start);
-    ArmProgress progress(spec.name, sc.days, spec.progress);
+    ArmProgress progress(plan.name, sc.days, plan.progress);
     const int64_t realStart = MonotonicNs();
     const double end = start + sc.days * 86400.0;
     const SwellEstimate noSwell;  // nothing estimates swelling without the daemon

@@ -194,6 +194,9 @@ TEST_F(StateFileTest, NoFreeDescriptorsFailsTheSaveWhichTheNextChangeRetries) {
     low.rlim_cur = 64;
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
     SOHConfigure::InitPara();  // loaded while descriptors are free
+    SOHConfigure::RefLimitRecord("NonDcCurLimitator", "APP", "1000");  // and saved once
+    const std::string before = dev.Read(kFile);
+    ASSERT_FALSE(before.empty());
     std::vector<int> fillers;
     for (int fd; (fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) {
         fillers.push_back(fd);
@@ -203,11 +206,11 @@ TEST_F(StateFileTest, NoFreeDescriptorsFailsTheSaveWhichTheNextChangeRetries) {
     EXPECT_TRUE(dev.HasLog("syspara data file open failed to write\n"));
     EXPECT_TRUE(dev.HasLog("save /log/soh/sys_para.dat failed, error is Too many open files\n"));
     EXPECT_TRUE(dev.HasLog("save NonDcCurLimitator limit from APP to 1500 fail\n"));
-    EXPECT_FALSE(dev.Exists(kFile));
 
     for (int fd : fillers) {
         close(fd);
     }
+    EXPECT_EQ(dev.Read(kFile), before);  // the saved record is left as it was
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &saved), 0);
     SOHConfigure::CloseScheme("EIS");
     SysPara back;

@@ -200,7 +200,16 @@ TEST_F(BoundaryTest, AFloodOfMixedRequestsIsAnsweredWholeWithFlatMemory) {
     const long rssAfter = Status("VmRSS");
     EXPECT_TRUE(Alive()) << Log();
     EXPECT_EQ(right, kClients * kPerClient) << ::testing::PrintToString(wrong);
-    EXPECT_LE(rssAfter, rssBefore + 1024) << "kB";
+    // Under a sanitizer the daemon's freed memory sits in quarantine or shadow pages, so only
+    // the plain build's resident size says whether the flood leaked.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    constexpr bool kPlainBuild = false;
+#else
+    constexpr bool kPlainBuild = true;
+#endif
+    if (kPlainBuild) {
+        EXPECT_LE(rssAfter, rssBefore + 1024) << "kB";
+    }
     printf(
         "[ figures  ] flood: %d requests from %d clients in %.1f s, %ld answered as "
         "expected; VmRSS %ld kB -> %ld kB; threads %ld\n",
@@ -276,14 +285,10 @@ TEST_F(BoundaryTest, FormatDirectivesAndPathSeparatorsAreInertText) {
         const char* name;
         std::string value;
     } sets[] = {
-        {"ichg_limit", "%s%n%x%n"},
-        {"ichg_limit", "all %n"},
-        {"vterm_dec", "../../../etc"},
-        {"close_scheme", "../BASP"},
-        {"close_scheme", "%s%n"},
-        {"close_scheme", "BASP/../APP"},
-        {"soc_control", "%n %n %n %n"},
-        {"batt_status", "1" + forged},
+        {"ichg_limit", "%s%n%x%n"},     {"ichg_limit", "all %n"},
+        {"vterm_dec", "../../../etc"},  {"close_scheme", "../BASP"},
+        {"close_scheme", "%s%n"},       {"close_scheme", "BASP/../APP"},
+        {"soc_control", "%n %n %n %n"}, {"batt_status", "1" + forged},
     };
     for (const auto& s : sets) {
         EXPECT_EQ(Call(client, 2, {s.name, s.value}), android::BAD_VALUE) << s.name;

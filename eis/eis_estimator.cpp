@@ -190,16 +190,14 @@ void EISEstimator::Monitor(size_t index) {
     SohBackoff pollBackoff;
     bool announce = true;
     std::vector<struct pollfd> fds;
-    std::vector<WatchedNode*> polled;
+    fds.reserve(watched.size());
     for (;;) {
         fds.clear();
-        polled.clear();
         int timeoutMs = -1;
         const int64_t now = SohClock::MonoNs();
         for (WatchedNode& w : watched) {
             if (w.fd >= 0) {
                 fds.push_back({w.fd, POLLPRI, 0});
-                polled.push_back(&w);
             } else {
                 const int ms = MsUntil(w.reopenAtNs, now);
                 timeoutMs = timeoutMs < 0 ? ms : std::min(timeoutMs, ms);
@@ -236,7 +234,9 @@ void EISEstimator::Monitor(size_t index) {
             if (fds[i].revents == 0) {
                 continue;
             }
-            WatchedNode& w = *polled[i];
+            // fds follows `watched` in order, skipping the nodes that are closed.
+            WatchedNode& w = *std::find_if(watched.begin(), watched.end(),
+                                           [&](const WatchedNode& x) { return x.fd == fds[i].fd; });
             if (HandleWakeUp(w.node->first, w.node->second, w.fd, fds[i].revents, normalMode,
                              w.backoff)) {
                 w.reopenLogged = false;

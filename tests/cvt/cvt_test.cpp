@@ -25,20 +25,14 @@ namespace {
 constexpr int64_t kSec = 1000000000LL;
 constexpr int64_t kStartWall = 1700000000LL;
 
-Json::Value Parse(const std::string& text) {
-    Json::Value v;
-    Json::Reader().parse(text, v);
-    return v;
-}
-
 // A battery that measures from 90 % and corrects 10..40 degC between 120 % and 80 %.
 Json::Value BatteryConfig(const std::string& extra = "") {
-    return Parse(R"({"Name": "Default", "ChargeCycleMax": 10, "ChargeSocMin": 60,
+    return ParseJson(R"({"Name": "Default", "ChargeCycleMax": 10, "ChargeSocMin": 60,
         "ChargeBeginSoc": 90, "ValidTempMin": 10, "ValidTempMax": 45, "ValidValueMin": 10,
         "ValidValueMax": 7200, "TempRecoup": {"Temp": [10, 25, 40], "Ratio": [120, 100, 80]},
         "JudgeEnable": 1, "PolicyEnable": 0, "CalculateCount": 3, "ErrorCount": 2,
         "ErrorValue": 1000, "ErrorCycle": 100, "FccRatio": 90)" +
-                 extra + "}");
+                     extra + "}");
 }
 
 class CvtTest : public FakeDeviceTest {

@@ -87,16 +87,6 @@ bool AllZero(const Json::Value& table) {
     return table.isArray() && !table.empty();
 }
 
-// A field of a big-data event as the host library writes it.
-Json::Value Field(const Json::Value& event, const std::string& key) {
-    for (const Json::Value& field : event["fields"]) {
-        if (field["key"].asString() == key) {
-            return field["value"];
-        }
-    }
-    return Json::Value();
-}
-
 class AswRecordTest : public FakeDeviceTest {
 protected:
     void SetUp() override {
@@ -269,8 +259,8 @@ TEST_F(AswRecordTest, ALeftSceneIsSavedAtOnceAndReportedWithTheStoredWeek) {
     std::vector<Json::Value> events = dev.BigData();
     ASSERT_EQ(events.size(), 2u);
     EXPECT_EQ(events[0]["id"].asUInt(), AswBattery::kWeekEvent);
-    EXPECT_EQ(Field(events[0], "SWELP").asDouble(), 0.0);  // the week has not been updated
-    EXPECT_NEAR(Field(events[0], "CHAREIGN").asDouble(), 0.2, 1e-4);
+    EXPECT_EQ(EventField(events[0], "SWELP").asDouble(), 0.0);  // the week has not been updated
+    EXPECT_NEAR(EventField(events[0], "CHAREIGN").asDouble(), 0.2, 1e-4);
 }
 
 // The closed days are read once at start and then kept: a data file removed while the daemon

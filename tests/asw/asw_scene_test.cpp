@@ -12,16 +12,10 @@
 
 namespace {
 
-Json::Value Parse(const std::string& text) {
-    Json::Value v;
-    EXPECT_TRUE(Json::Reader().parse(text, v)) << text;
-    return v;
-}
-
 // A data object holding the given stored quantities and a small zero table.
 std::unique_ptr<AswDataObject> Data(const std::string& data) {
-    return AswPolicyFactory::CreateDataInstance("Data", Parse("[4200]"), Parse("[45]"),
-                                                Parse(data));
+    return AswPolicyFactory::CreateDataInstance("Data", ParseJson("[4200]"), ParseJson("[45]"),
+                                                ParseJson(data));
 }
 
 // A scene "S" numbered 1 with the given "Condtion" array text.
@@ -39,7 +33,7 @@ protected:
     }
     // Init's result for a configuration text.
     static uint32_t InitOf(const std::string& text) {
-        Json::Value config = Parse(text);
+        Json::Value config = ParseJson(text);
         AswScene scene(config);
         return scene.Init(config);
     }
@@ -95,7 +89,7 @@ TEST_F(AswSceneTest, ConfigurationFaultsFailInitWithTheirMessages) {
 }
 
 TEST_F(AswSceneTest, OptionalKeysTakeDefaultsAndEmptyConditionsAreValid) {
-    Json::Value config = Parse(Scene("[]", R"("CutoffSoc": 80, "DcVoltDec": "x", )"));
+    Json::Value config = ParseJson(Scene("[]", R"("CutoffSoc": 80, "DcVoltDec": "x", )"));
     std::unique_ptr<AswScene> scene = AswPolicyFactory::CreateSceneInstance("S", config);
     ASSERT_EQ(scene->Init(config), 0u);
     EXPECT_EQ(scene->GetNo(), 1u);
@@ -125,9 +119,9 @@ TEST_F(AswSceneTest, RangeItemsAreOpenBelowExceptAtZeroAndPointsTolerateTinyDiff
         {"3", "3.001", false},    {"3", "\"3\"", false},       {"[0, 50]", "null", false},
     };
     for (const Case& c : cases) {
-        Json::Value config = Parse(Scene(R"([{"GroupNo": 2, "EntryObjType": 0,
+        Json::Value config = ParseJson(Scene(R"([{"GroupNo": 2, "EntryObjType": 0,
             "ExitObjType": 0, "Entry": {"V": )" +
-                                         c.item + "}}]"));
+                                             c.item + "}}]"));
         AswScene scene(config);
         ASSERT_EQ(scene.Init(config), 0u);
         auto week = Data(R"({"V": )" + c.value + "}");
@@ -136,7 +130,7 @@ TEST_F(AswSceneTest, RangeItemsAreOpenBelowExceptAtZeroAndPointsTolerateTinyDiff
         EXPECT_EQ(scene.GetEffectConditon(), c.match ? 2u : 0u);
     }
     // A point item against an unsigned and a signed 3.
-    Json::Value config = Parse(Scene(R"([{"GroupNo": 2, "EntryObjType": 1, "ExitObjType": 0,
+    Json::Value config = ParseJson(Scene(R"([{"GroupNo": 2, "EntryObjType": 1, "ExitObjType": 0,
         "Entry": {"U": 3, "S": 3}}])"));
     AswScene scene(config);
     ASSERT_EQ(scene.Init(config), 0u);
@@ -147,7 +141,7 @@ TEST_F(AswSceneTest, RangeItemsAreOpenBelowExceptAtZeroAndPointsTolerateTinyDiff
     both["U"] = Json::Value(Json::UInt(3));
     both["S"] = Json::Value(Json::Int(3));
     auto withBoth = AswPolicyFactory::CreateDataInstance(
-        "Data", AswTable(Parse("[4200]"), Parse("[45]")), std::move(both));
+        "Data", AswTable(ParseJson("[4200]"), ParseJson("[45]")), std::move(both));
     EXPECT_TRUE(scene.Entry(*week, *withBoth));
     EXPECT_TRUE(dev.HasLog("asw value is null\n"));
     EXPECT_TRUE(dev.HasLog("asw scene S condition 3.000000 value 3.000000\n"));
@@ -156,13 +150,13 @@ TEST_F(AswSceneTest, RangeItemsAreOpenBelowExceptAtZeroAndPointsTolerateTinyDiff
 TEST_F(AswSceneTest, EntryExitAndEffectGroup) {
     // Group 1 enters on a null percentage (never); group 4 enters on the week's swell and is
     // left when the history's charger time drops; group 7 has no exit.
-    Json::Value config = Parse(Scene(R"([
+    Json::Value config = ParseJson(Scene(R"([
         {"GroupNo": 1, "EntryObjType": 0, "ExitObjType": 0, "Entry": {"Pusb_in": [0, 100]}},
         {"GroupNo": 4, "EntryObjType": 0, "ExitObjType": 1, "ProtectEnable": 1,
          "Entry": {"OldAswell": [0.5, 2], "Tstat": [0, 1000]},
          "Exit": [{"Tusb_in": [10, 20], "Tstat": 9}, {"Tusb_in": [0, 10]}]},
         {"GroupNo": 7, "EntryObjType": 1, "ExitObjType": 0, "Entry": {"Tstat": 0}}])",
-                                     R"("VbatLlimit": 4200, )"));
+                                         R"("VbatLlimit": 4200, )"));
     AswScene scene(config);
     ASSERT_EQ(scene.Init(config), 0u);
     auto week = Data(R"({"Tstat": 0, "OldAswell": 1.0})");
@@ -191,15 +185,15 @@ TEST_F(AswSceneTest, EntryExitAndEffectGroup) {
 }
 
 TEST_F(AswSceneTest, ThresholdsReachTheDataObjects) {
-    Json::Value config = Parse(Scene(R"([{"GroupNo": 1, "EntryObjType": 0, "ExitObjType": 0,
+    Json::Value config = ParseJson(Scene(R"([{"GroupNo": 1, "EntryObjType": 0, "ExitObjType": 0,
         "Entry": {"Pvbat_ov": [50, 100], "Ptbat_ot": [0, 10]}}])",
-                                     R"("VbatLlimit": 4000, "TbatLlimit": 45, )"));
+                                         R"("VbatLlimit": 4000, "TbatLlimit": 45, )"));
     AswScene scene(config);
     ASSERT_EQ(scene.Init(config), 0u);
     // Every second above 4200 mV at 30 degC.
     auto week = AswPolicyFactory::CreateDataInstance(
-        "Data", AswTable(Parse("[4200]"), Parse("[45]"), Parse("[[0, 100], [0, 0]]")),
-        Parse(R"({"Tstat": 100})"));
+        "Data", AswTable(ParseJson("[4200]"), ParseJson("[45]"), ParseJson("[[0, 100], [0, 0]]")),
+        ParseJson(R"({"Tstat": 100})"));
     auto addup = Data("{}");
     EXPECT_TRUE(scene.Entry(*week, *addup));
     EXPECT_EQ((*week)["Pvbat_ov"], Json::Value(Json::UInt(100)));
@@ -208,7 +202,7 @@ TEST_F(AswSceneTest, ThresholdsReachTheDataObjects) {
 
 TEST_F(AswSceneTest, SelectionNeedsSixDaysAndSkipsScenesThatAlsoExit) {
     // Scene 1 enters and exits at once; scene 2 enters and stays.
-    Json::Value scenes = Parse(R"([
+    Json::Value scenes = ParseJson(R"([
         {"Name": "A", "No": 1, "DmdNo": 11, "Condtion": [{"GroupNo": 1, "EntryObjType": 0,
          "ExitObjType": 0, "Entry": {}, "Exit": [{}]}]},
         {"Name": "B", "No": 2, "DmdNo": 12, "Condtion": [{"GroupNo": 3, "EntryObjType": 1,
@@ -230,7 +224,7 @@ TEST_F(AswSceneTest, SelectionNeedsSixDaysAndSkipsScenesThatAlsoExit) {
     EXPECT_EQ(AswPolicyFactory::SelectScene(scenes, *week, *noSim), nullptr);
 
     // One bad scene abandons the whole selection.
-    scenes.append(Parse(R"({"No": 3, "Condtion": []})"));
+    scenes.append(ParseJson(R"({"No": 3, "Condtion": []})"));
     EXPECT_EQ(AswPolicyFactory::SelectScene(scenes, *week, *addup), nullptr);
     EXPECT_TRUE(dev.HasLog("scene instance init failed\n"));
 }

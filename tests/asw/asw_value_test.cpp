@@ -24,11 +24,6 @@ Json::Value U(unsigned v) {
 Json::Value R(double v) {
     return Json::Value(v);
 }
-Json::Value Parse(const std::string& text) {
-    Json::Value v;
-    Json::Reader().parse(text, v);
-    return v;
-}
 bool Eq(const Json::Value& a, const Json::Value& b) {
     return ExtraJValue(a) == ExtraJValue(b);
 }
@@ -37,8 +32,8 @@ bool Lt(const Json::Value& a, const Json::Value& b) {
 }
 
 // Voltage edges 3800/4200 mV, temperature edges 25/45 degC: a 3 x 3 table.
-const Json::Value kVbat = Parse("[3800, 4200]");
-const Json::Value kTemp = Parse("[25, 45]");
+const Json::Value kVbat = ParseJson("[3800, 4200]");
+const Json::Value kTemp = ParseJson("[25, 45]");
 
 }  // namespace
 
@@ -119,10 +114,10 @@ TEST(AswTableTest, BinsAreClosedOnTheRightWithExtraLastBin) {
 
 TEST(AswTableTest, IllegalTablesSendEverythingToFirstCell) {
     const Json::Value bad[] = {
-        Parse("[[1,2,3],[4,5,6]]"),            // one row short
-        Parse("[[1,2,3],[4,5],[7,8,9]]"),      // a short row
-        Parse("\"text\""),                     // not an array
-        Parse("[[1,2,3],{\"a\":1},[7,8,9]]"),  // a row that is an object
+        ParseJson("[[1,2,3],[4,5,6]]"),            // one row short
+        ParseJson("[[1,2,3],[4,5],[7,8,9]]"),      // a short row
+        ParseJson("\"text\""),                     // not an array
+        ParseJson("[[1,2,3],{\"a\":1},[7,8,9]]"),  // a row that is an object
     };
     for (const Json::Value& table : bad) {
         AswTable t(kVbat, kTemp, table);
@@ -137,30 +132,31 @@ TEST(AswTableTest, IllegalTablesSendEverythingToFirstCell) {
     EXPECT_FALSE(empty.IsLegal());
     EXPECT_TRUE(empty.Table().isNull());
     // An illegal operand leaves a sum unchanged; different axes give no product.
-    AswTable good(kVbat, kTemp, Parse("[[1,1,1],[1,1,1],[1,1,1]]"));
-    good += AswTable(kVbat, kTemp, Parse("[[1,1,1],[1,1,1]]"));
+    AswTable good(kVbat, kTemp, ParseJson("[[1,1,1],[1,1,1],[1,1,1]]"));
+    good += AswTable(kVbat, kTemp, ParseJson("[[1,1,1],[1,1,1]]"));
     EXPECT_EQ(good.Table()[0][0], I(1));
-    EXPECT_TRUE((good * AswTable(Parse("[3800]"), kTemp)).isNull());
+    EXPECT_TRUE((good * AswTable(ParseJson("[3800]"), kTemp)).isNull());
 }
 
 TEST(AswTableTest, ProductFollowsTheKindRulesCellByCell) {
-    AswTable seconds(kVbat, kTemp, Parse("[[10,0,0],[0,20,0],[0,0,30]]"));
+    AswTable seconds(kVbat, kTemp, ParseJson("[[10,0,0],[0,20,0],[0,0,30]]"));
     // Real products without a fraction sum as integers; one with a fraction makes the sum real.
-    Json::Value whole = seconds * AswTable(kVbat, kTemp, Parse("[[0.5,0,0],[0,0.25,0],[0,0,2.0]]"));
+    Json::Value whole =
+        seconds * AswTable(kVbat, kTemp, ParseJson("[[0.5,0,0],[0,0.25,0],[0,0,2.0]]"));
     EXPECT_EQ(whole.type(), Json::uintValue);
     EXPECT_EQ(whole, U(70));
-    Json::Value real = seconds * AswTable(kVbat, kTemp, Parse("[[0.25,0,0],[0,0,0],[0,0,0]]"));
+    Json::Value real = seconds * AswTable(kVbat, kTemp, ParseJson("[[0.25,0,0],[0,0,0],[0,0,0]]"));
     EXPECT_EQ(real.type(), Json::realValue);
     EXPECT_DOUBLE_EQ(real.asDouble(), 2.5);
     // A missing cell or a non-number anywhere makes the whole product null.
-    EXPECT_TRUE((seconds * AswTable(kVbat, kTemp, Parse("[[1,1,1],[1,1],[1,1,1]]"))).isNull());
+    EXPECT_TRUE((seconds * AswTable(kVbat, kTemp, ParseJson("[[1,1,1],[1,1],[1,1,1]]"))).isNull());
     EXPECT_TRUE(
-        (seconds * AswTable(kVbat, kTemp, Parse("[[1,1,1],[1,\"a\",1],[1,1,1]]"))).isNull());
+        (seconds * AswTable(kVbat, kTemp, ParseJson("[[1,1,1],[1,\"a\",1],[1,1,1]]"))).isNull());
 }
 
 TEST(AswTableTest, SumsProductsAndAccumulationsSkipBinZero) {
-    AswTable t(kVbat, kTemp, Parse("[[1,2,3],[4,5,6],[7,8,9]]"));
-    AswTable ones(kVbat, kTemp, Parse("[[1,1,1],[1,1,1],[1,1,1]]"));
+    AswTable t(kVbat, kTemp, ParseJson("[[1,2,3],[4,5,6],[7,8,9]]"));
+    AswTable ones(kVbat, kTemp, ParseJson("[[1,1,1],[1,1,1],[1,1,1]]"));
     EXPECT_EQ(t * ones, U(45));
     t += ones;
     EXPECT_EQ(t.Table()[2][2], U(10));
@@ -208,7 +204,7 @@ protected:
         dev.Write(AswNodes::kBatteryCycleCount, "12");
     }
     static AswDataObject Make(const std::string& data = "null") {
-        return AswDataObject(AswTable(kVbat, kTemp), Parse(data));
+        return AswDataObject(AswTable(kVbat, kTemp), ParseJson(data));
     }
     // One update at 4000 mV, 30 degC, with the given charger and SIM state.
     static void Step(AswDataObject& o, int64_t seconds, bool usb, bool sim = false) {
@@ -278,7 +274,7 @@ TEST_F(AswDataObjectTest, TimeSpeedScalesStepsAndGapLimit) {
 TEST_F(AswDataObjectTest, DerivedQuantitiesAndSwell) {
     AswDataObject o = Make();
     // One day of rate 0.5 at (4000 mV, 30 degC) and 2.0 above 4200 mV and 45 degC.
-    AswTable rates(kVbat, kTemp, Parse("[[0,0,0],[0,0.5,0],[0,0,2.0]]"));
+    AswTable rates(kVbat, kTemp, ParseJson("[[0,0,0],[0,0.5,0],[0,0,2.0]]"));
     o.Update(4000, 30, false, false, false, rates);
     EXPECT_TRUE(o["Pusb_in"].isNull());  // "Tstat" is 0
     EXPECT_TRUE(o["Psim_in"].isNull());
@@ -311,8 +307,8 @@ TEST_F(AswDataObjectTest, DerivedQuantitiesAndSwell) {
 TEST_F(AswDataObjectTest, MergeKeepsExtremesAndSimAndAddsCounters) {
     AswDataObject day = Make(R"({"Tstart": 2000, "Tend": 2500, "CycStart": 5, "CycEnd": 6,
                                 "Tstat": 500, "Sim": 1, "OldAswell": 0.5})");
-    AswDataObject other(AswTable(kVbat, kTemp, Parse("[[1,0,0],[0,0,0],[0,0,7]]")),
-                        Parse(R"({"Tstart": 1000, "Tend": 3000, "CycStart": 4, "CycEnd": 9,
+    AswDataObject other(AswTable(kVbat, kTemp, ParseJson("[[1,0,0],[0,0,0],[0,0,7]]")),
+                        ParseJson(R"({"Tstart": 1000, "Tend": 3000, "CycStart": 4, "CycEnd": 9,
                                  "Tstat": 4294967295, "Sim": 0, "Tusb_in": 40})"));
     day += other;
     EXPECT_EQ(day["Tstart"], I(1000));

@@ -13,14 +13,8 @@ namespace {
 
 using AlgoParaTest = FakeDeviceTest;
 
-Json::Value Parse(const std::string& text) {
-    Json::Value v;
-    std::istringstream(text) >> v;
-    return v;
-}
-
 TEST_F(AlgoParaTest, EntriesKeepTheNarrowestNumericTypeAndOnlyIntsAreLookedUp) {
-    SohMetaPara table(Parse(R"({"Count": 7, "Half": 3.5, "Big": 5000000000,
+    SohMetaPara table(ParseJson(R"({"Count": 7, "Half": 3.5, "Big": 5000000000,
         "Name": "x", "On": true, "List": [1], "Sub": {"A": 1}, "Nothing": null})"));
     int v = 99;
     EXPECT_FALSE(table.GetPara("Half", v));  // double
@@ -29,7 +23,7 @@ TEST_F(AlgoParaTest, EntriesKeepTheNarrowestNumericTypeAndOnlyIntsAreLookedUp) {
     EXPECT_EQ(v, 99);
     EXPECT_TRUE(table.GetPara("Count", v));
     EXPECT_EQ(v, 7);
-    EXPECT_EQ(SohMetaPara(Parse("[1, 2]")).size(), 0u);
+    EXPECT_EQ(SohMetaPara(ParseJson("[1, 2]")).size(), 0u);
 
     // Only the three numeric entries are logged, each in its own type's form.
     SOHLog::Instance().SetLogLevel(LOG_LEVEL_INFO);
@@ -42,7 +36,7 @@ TEST_F(AlgoParaTest, EntriesKeepTheNarrowestNumericTypeAndOnlyIntsAreLookedUp) {
 
 TEST_F(AlgoParaTest, FirstNumericDefinitionOfAGroupWinsUntilTheGroupIsRemoved) {
     SohAlgoPara para;
-    para.AddConfig(Parse(R"({"Limits": {"Max": 10, "Min": -1}, "Names": {"A": "x"},
+    para.AddConfig(ParseJson(R"({"Limits": {"Max": 10, "Min": -1}, "Names": {"A": "x"},
                             "Flat": 5, "Gone": {"X": 1, "Y": 2.5}, "Cleared": {"Z": 3}})"),
                    "BASP");
     EXPECT_EQ(para.GetOutParas("Gone")->size(), 2u);
@@ -50,14 +44,14 @@ TEST_F(AlgoParaTest, FirstNumericDefinitionOfAGroupWinsUntilTheGroupIsRemoved) {
     para.Clear("Cleared");
     para.Clear("Absent");
     // Groups that held no number, or were removed, take these later definitions.
-    para.AddConfig(Parse(R"({"Limits": {"Max": 20, "Extra": 1}, "Names": {"A": 4},
+    para.AddConfig(ParseJson(R"({"Limits": {"Max": 20, "Extra": 1}, "Names": {"A": 4},
                             "Gone": {"X": 9}, "Cleared": {"Z": 8}})"),
                    "BASP");
     int v = 0;
     EXPECT_FALSE(para.GetPara("Limits", "Extra", v) || para.GetPara("Flat", "Flat", v));
     EXPECT_TRUE(para.GetPara("Names", "A", v) && para.GetPara("Cleared", "Z", v));
     EXPECT_EQ(v, 8);
-    para.AddConfig(Parse("[1]"), "BASP");
+    para.AddConfig(ParseJson("[1]"), "BASP");
     EXPECT_EQ(dev.CountLog("not a valid value for AddObject"), 1);
 
     // The unsigned form refuses negatives that the int form returns.
@@ -77,7 +71,7 @@ TEST_F(AlgoParaTest, FirstNumericDefinitionOfAGroupWinsUntilTheGroupIsRemoved) {
 
 TEST_F(AlgoParaTest, LookupsRunWhileGroupsAreAddedAndRemoved) {
     SohAlgoPara para;
-    para.AddConfig(Parse(R"({"Fixed": {"V": 5}})"), "ASW");
+    para.AddConfig(ParseJson(R"({"Fixed": {"V": 5}})"), "ASW");
     std::atomic<bool> done{false};
     std::atomic<int> reads{0};
     std::atomic<int> wrong{0};
@@ -87,7 +81,7 @@ TEST_F(AlgoParaTest, LookupsRunWhileGroupsAreAddedAndRemoved) {
             para.GetPara("Moving", "V", v);
         }
     });
-    Json::Value moving = Parse(R"({"Moving": {"V": 1}})");
+    Json::Value moving = ParseJson(R"({"Moving": {"V": 1}})");
     // Groups change until 2000 lookups have run meanwhile.
     for (const int start = reads.load(); reads < start + 2000;) {
         para.AddConfig(moving, "ASW");

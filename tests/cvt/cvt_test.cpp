@@ -25,20 +25,14 @@ namespace {
 constexpr int64_t kSec = 1000000000LL;
 constexpr int64_t kStartWall = 1700000000LL;
 
-Json::Value Parse(const std::string& text) {
-    Json::Value v;
-    Json::Reader().parse(text, v);
-    return v;
-}
-
 // A battery that measures from 90 % and corrects 10..40 degC between 120 % and 80 %.
 Json::Value BatteryConfig(const std::string& extra = "") {
-    return Parse(R"({"Name": "Default", "ChargeCycleMax": 10, "ChargeSocMin": 60,
+    return ParseJson(R"({"Name": "Default", "ChargeCycleMax": 10, "ChargeSocMin": 60,
         "ChargeBeginSoc": 90, "ValidTempMin": 10, "ValidTempMax": 45, "ValidValueMin": 10,
         "ValidValueMax": 7200, "TempRecoup": {"Temp": [10, 25, 40], "Ratio": [120, 100, 80]},
         "JudgeEnable": 1, "PolicyEnable": 0, "CalculateCount": 3, "ErrorCount": 2,
         "ErrorValue": 1000, "ErrorCycle": 100, "FccRatio": 90)" +
-                 extra + "}");
+                     extra + "}");
 }
 
 class CvtTest : public FakeDeviceTest {
@@ -371,25 +365,23 @@ TEST_F(CvtTest, ChargerRemovedBeforeTheEndRecordsNothing) {
     EXPECT_TRUE(dev.BigData().empty());
 }
 
-TEST_F(CvtTest, EstimatorUsesTheFirstBatteryThatApplies) {
+// The first battery that applies is used; a malformed or unmatched list is refused.
+TEST_F(CvtTest, EstimatorConfigurationPicksTheFirstBatteryThatApplies) {
     dev.Write("/odm/etc/power/quen.json", R"({"Estimators": {"CVT": {"Battery": [
         {"Name": "Other", "Model": "NOSUCHCELL"},
         {"Name": "Sample", "ChargeCycleMax": 7, "ChargeSocMin": 60, "ChargeBeginSoc": 90,
          "ValidTempMin": 0, "ValidTempMax": 45, "ValidValueMin": 1, "ValidValueMax": 9,
-         "TempRecoup": {"Temp": [25], "Ratio": [100]}}]}}})");
+         "TempRecoup": {"Temp": [25], "Ratio": [100]}}]},
+        "NOBATTERY": {"Battery": {"Name": "x"}},
+        "NONAME": {"Battery": [{"Model": "all"}]},
+        "NOMATCH": {"Battery": [{"Name": "x", "Model": "NOSUCHCELL"}]}}})");
     CvtEstimator cvt("CVT");
     EXPECT_EQ(cvt.InitCvt(), 0);
     ASSERT_NE(cvt.Battery(), nullptr);
     EXPECT_EQ(dev.CountLog("cvt battery init failed\n"), 1);
     EXPECT_TRUE(dev.HasLog("cvt init: Cycle:7, Soc:60, BeginSoc:90, Temp:[0, 45], Value:[1, 9]\n"));
     EXPECT_EQ(cvt.Battery()->CvtTempAdjust(500, 3), 500);
-}
 
-TEST_F(CvtTest, MalformedOrUnmatchedConfigurationIsRefused) {
-    dev.Write("/odm/etc/power/quen.json", R"({"Estimators": {
-        "NOBATTERY": {"Battery": {"Name": "x"}},
-        "NONAME": {"Battery": [{"Model": "all"}]},
-        "NOMATCH": {"Battery": [{"Name": "x", "Model": "NOSUCHCELL"}]}}})");
     EXPECT_EQ(CvtEstimator("NOBATTERY").InitCvt(), -1);
     EXPECT_TRUE(dev.HasLog("root configure not have Battery\n"));
     EXPECT_EQ(CvtEstimator("NONAME").InitCvt(), -1);
@@ -414,10 +406,6 @@ TEST_F(CvtTest, MonitorStopsWhenTheEventNodeIsMissing) {
     EXPECT_TRUE(dev.HasLog("open POLL_CC_EVENT_SYSFS failed\n"));
     EXPECT_NE(cvt->Battery(), nullptr);
 }
-
-}  // namespace
-
-namespace {
 
 class CvtSamplingTest : public CvtTest {};
 

@@ -55,15 +55,6 @@ std::string Record() {
     return Json::FastWriter().write(root);
 }
 
-Json::Value Field(const Json::Value& event, const std::string& key) {
-    for (const Json::Value& field : event["fields"]) {
-        if (field["key"].asString() == key) {
-            return field["value"];
-        }
-    }
-    return Json::Value();
-}
-
 class AswExactTest : public SimTest {
 protected:
     // The swell the aging policy took from the weekly value at its next event (x 1000), or -1.
@@ -105,7 +96,7 @@ TEST_F(AswExactTest, AWeekReadAtStartIsPublishedOnlyAtTheFirstDayClose) {
     for (const Json::Value& event : dev.BigData()) {
         if (event["id"].asUInt() == 930001006u) {
             reported = true;
-            EXPECT_EQ(Field(event, "SWELP").asDouble(), 0.0);
+            EXPECT_EQ(EventField(event, "SWELP").asDouble(), 0.0);
         }
     }
     EXPECT_TRUE(reported) << Log();

@@ -48,6 +48,13 @@ String8 S8(const std::string& s) {
     return String8(s.data(), s.size());
 }
 
+bool ConnectTo(int fd, const std::string& path) {
+    struct sockaddr_un addr {};
+    addr.sun_family = AF_UNIX;
+    snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", path.c_str());
+    return connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0;
+}
+
 // --- Parcel layout -------------------------------------------------------------------------
 
 TEST(ParcelLayout, StringsAreLengthBytesTerminatorAndPaddingToFourBytes) {
@@ -230,10 +237,7 @@ class RawPeer {
 public:
     explicit RawPeer(const std::string& path) {
         fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        struct sockaddr_un addr {};
-        addr.sun_family = AF_UNIX;
-        snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", path.c_str());
-        connected_ = connect(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0;
+        connected_ = ConnectTo(fd_, path);
     }
     ~RawPeer() { Close(); }
 
@@ -437,24 +441,16 @@ TEST_F(BinderTest, DefaultTransactionsAnswerAsOnThePlatform) {
 
 TEST_F(BinderTest, MalformedRequestsNeverReachTheService) {
     sp<EchoService> service = Serve();
-    std::string path = BinderWire::SocketPath(kName);
-    {
-        RawPeer peer(path);
+    // A wrong magic, and a payload announced above the cap: refused and the connection closed.
+    for (uint32_t magic : {0xdeadbeefu, BinderWire::kMagic}) {
+        RawPeer peer(BinderWire::SocketPath(kName));
         ASSERT_TRUE(peer.connected());
-        ASSERT_TRUE(peer.SendHeader(0xdeadbeef, EchoService::kJoin, 0, 0));
+        uint32_t size = magic == BinderWire::kMagic ? BinderWire::kMaxPayload + 1 : 0;
+        ASSERT_TRUE(peer.SendHeader(magic, EchoService::kJoin, 0, size));
         RawPeer::Answer a = peer.Read(10000);
-        EXPECT_TRUE(a.replied);
-        EXPECT_EQ(a.status, BAD_VALUE);
-        EXPECT_TRUE(a.closed);
-    }
-    {
-        RawPeer peer(path);
-        ASSERT_TRUE(peer.SendHeader(BinderWire::kMagic, EchoService::kJoin, 0,
-                                    BinderWire::kMaxPayload + 1));
-        RawPeer::Answer a = peer.Read(10000);
-        EXPECT_TRUE(a.replied);
-        EXPECT_EQ(a.status, BAD_VALUE);
-        EXPECT_TRUE(a.closed);
+        EXPECT_TRUE(a.replied) << magic;
+        EXPECT_EQ(a.status, BAD_VALUE) << magic;
+        EXPECT_TRUE(a.closed) << magic;
     }
     EXPECT_EQ(service->Calls(), 0);
 
@@ -601,13 +597,10 @@ TEST_F(BinderTest, RunningOutOfDescriptorsCostsLittleIsLoggedOnceAndRecovers) {
     }
     ASSERT_EQ(errno, EMFILE);
 
-    struct sockaddr_un addr {};
-    addr.sun_family = AF_UNIX;
-    snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", BinderWire::SocketPath(kName).c_str());
     BinderWire::RequestHeader ping{BinderWire::kMagic, IBinder::PING_TRANSACTION, 0, 0};
     BinderWire::ReplyHeader reply{};
     for (int s : socks) {
-        ASSERT_EQ(connect(s, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0);
+        ASSERT_TRUE(ConnectTo(s, BinderWire::SocketPath(kName)));
         ASSERT_EQ(send(s, &ping, sizeof(ping), MSG_NOSIGNAL), static_cast<ssize_t>(sizeof(ping)));
     }
     EXPECT_TRUE(WaitUntil([&] { return dev.CountLogContaining("accept failed") > 0; }, 20000));

@@ -52,8 +52,6 @@ TEST(SimModelParamsTest, DefaultsOverridesAndClearErrors) {
     ModelParams p;
     std::string error;
     ASSERT_TRUE(LoadModelParams(Json::Value(), p, error));
-    EXPECT_EQ(p.design_capacity_mah, 4500.0);
-    EXPECT_EQ(p.termination_voltage_mv, 4450);
     ASSERT_TRUE(
         LoadModelParams(ParseJson(R"({"ambient_c": 35, "adapter": "dcp", "seed": 7})"), p, error));
     EXPECT_EQ(p.ambient_c, 35.0);

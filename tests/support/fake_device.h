@@ -14,6 +14,23 @@
 #include <string>
 #include <vector>
 
+// Parses JSON text a test wrote; text that does not parse fails the test.
+inline Json::Value ParseJson(const std::string& text) {
+    Json::Value v;
+    EXPECT_TRUE(Json::Reader().parse(text, v)) << text;
+    return v;
+}
+
+// The value of field `key` in a big-data event as BigData() returns it; null when absent.
+inline Json::Value EventField(const Json::Value& event, const std::string& key) {
+    for (const Json::Value& field : event["fields"]) {
+        if (field["key"].asString() == key) {
+            return field["value"];
+        }
+    }
+    return Json::Value();
+}
+
 struct LogLine {
     int prio;  // 4 info, 6 error
     std::string text;

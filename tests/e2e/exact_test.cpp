@@ -23,20 +23,7 @@ std::string ReplaceAll(std::string text, const std::string& from, const std::str
     return text;
 }
 
-class ExactTest : public SimTest {
-protected:
-    // Waits (real time) until the log holds `text` at least `count` times.
-    bool Logged(const std::string& text, int count, seconds timeout = seconds(60)) {
-        auto deadline = std::chrono::steady_clock::now() + timeout;
-        while (CountLog(text) < count) {
-            if (std::chrono::steady_clock::now() > deadline) {
-                return false;
-            }
-            std::this_thread::sleep_for(milliseconds(10));
-        }
-        return true;
-    }
-};
+using ExactTest = SimTest;
 
 TEST_F(ExactTest, RestoredSocWindowOutlivesTheHeartbeatAndIsRestoredAgain) {
     Start(1000);  // 2460 s pass in under three real seconds

@@ -35,26 +35,6 @@ protected:
         nodes.Set(kAging, std::string(reinterpret_cast<const char*>(&aging), sizeof(aging)));
         nodes.RaiseEvent(kAging);
     }
-    void RaiseAcr(uint32_t value) {
-        uint32_t acr[6] = {value, 600, 27, 31, 29, 3950};
-        nodes.Set(kAcr, std::string(reinterpret_cast<const char*>(acr), sizeof(acr)));
-        nodes.RaiseEvent(kAcr);
-    }
-    // Waits (real time) until the log holds `text` at least `count` times.
-    bool Logged(const std::string& text, int count = 1, seconds timeout = seconds(20)) {
-        auto deadline = std::chrono::steady_clock::now() + timeout;
-        while (CountLog(text) < count) {
-            if (std::chrono::steady_clock::now() > deadline) {
-                return false;
-            }
-            std::this_thread::sleep_for(milliseconds(5));
-        }
-        return true;
-    }
-    uint64_t Size(const std::string& devicePath) {
-        std::ifstream in(dev.HostPath(devicePath), std::ios::binary | std::ios::ate);
-        return in ? static_cast<uint64_t>(in.tellg()) : 0;
-    }
     std::string tmpfs_;
 };
 

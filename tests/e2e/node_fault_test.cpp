@@ -58,26 +58,6 @@ protected:
             umount2(dev.HostPath("/sys").c_str(), MNT_DETACH);
         }
     }
-    void RaiseAcr(uint32_t value) {
-        uint32_t acr[6] = {value, 600, 27, 31, 29, 3950};
-        nodes.Set(kAcr, std::string(reinterpret_cast<const char*>(acr), sizeof(acr)));
-        nodes.RaiseEvent(kAcr);
-    }
-    // Waits (real time, bounded) until the log holds `text` at least `count` times.
-    bool Logged(const std::string& text, int count = 1, seconds timeout = seconds(60)) {
-        auto deadline = std::chrono::steady_clock::now() + timeout;
-        while (CountLog(text) < count) {
-            if (std::chrono::steady_clock::now() > deadline) {
-                return false;
-            }
-            std::this_thread::sleep_for(milliseconds(5));
-        }
-        return true;
-    }
-    uint64_t Size(const std::string& devicePath) {
-        std::ifstream in(dev.HostPath(devicePath), std::ios::binary | std::ios::ate);
-        return in ? static_cast<uint64_t>(in.tellg()) : 0;
-    }
     // The daemon's share of one core, in percent, over `window` of real time.
     double CpuPercent(milliseconds window) {
         const long long before = CpuTicks(daemon.Pid());

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 
 #include <chrono>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <string>
@@ -115,6 +116,28 @@ protected:
             writes += w.path + " <- " + (w.data.size() == 16 ? "(16 bytes)" : w.data) + "\n";
         }
         return dev.Read("/quen.log") + "\nkernel writes:\n" + writes;
+    }
+    // Waits (real time, bounded) until the log holds `text` at least `count` times.
+    bool Logged(const std::string& text, int count = 1, seconds timeout = seconds(60)) {
+        auto deadline = std::chrono::steady_clock::now() + timeout;
+        while (CountLog(text) < count) {
+            if (std::chrono::steady_clock::now() > deadline) {
+                return false;
+            }
+            std::this_thread::sleep_for(milliseconds(5));
+        }
+        return true;
+    }
+    // Size of a file of the device root in bytes, 0 when it is missing.
+    uint64_t Size(const std::string& devicePath) {
+        std::ifstream in(dev.HostPath(devicePath), std::ios::binary | std::ios::ate);
+        return in ? static_cast<uint64_t>(in.tellg()) : 0;
+    }
+    // Serves an impedance record with AC resistance `value` and raises its event.
+    void RaiseAcr(uint32_t value) {
+        uint32_t acr[6] = {value, 600, 27, 31, 29, 3950};
+        nodes.Set(kAcr, std::string(reinterpret_cast<const char*>(acr), sizeof(acr)));
+        nodes.RaiseEvent(kAcr);
     }
     int CountLog(const std::string& text) {
         const std::string log = dev.Read("/quen.log");

@@ -148,7 +148,7 @@ int AswEstimator::SetPara(const std::string& name, const std::string& value) {
         }
         std::lock_guard<std::mutex> lock(lock_);
         wakeRequested_ = true;
-        wake_.notify_all();
+        SohClock::NotifyAll(wake_);
         return 0;
     }
     if (name == "smart_charge_support") {

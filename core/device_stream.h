@@ -96,9 +96,11 @@ private:
     static std::istringstream& TextStream(const char* text);
 };
 
+// Opens with O_TRUNC, as a shell's `echo >` does: sysfs ignores the truncation, and a plain file
+// standing in for a node (the host's fake device tree) then holds exactly the last value written.
 class DeviceWriter : public DeviceStream {
 public:
-    explicit DeviceWriter(const std::string& path) : DeviceStream(path, O_WRONLY) {}
+    explicit DeviceWriter(const std::string& path) : DeviceStream(path, O_WRONLY | O_TRUNC) {}
 
     // Writes the bytes of a raw record (a char[2] writes the character and its terminator).
     // 0 only when every byte was written in one write(2).

@@ -5,6 +5,8 @@
 #include "core/soh_configure.h"
 #include "core/soh_enviroment.h"
 #include "core/soh_log.h"
+#include "platform/soh_clock.h"
+#include "platform/soh_thread.h"
 
 std::mutex EstimatorStateLock;
 // Never destroyed: a monitor may announce its end while the process exits.
@@ -149,10 +151,10 @@ bool SOHEstimator::CanStartMonitor(const std::string& boardKey) {
 void SOHEstimator::RunMonitorThread(std::function<void()> body) {
     SetRunState("run");
     try {
-        std::thread([this, body = std::move(body)] {
+        SohThread::StartDetached(name_.c_str(), [this, body = std::move(body)] {
             body();
             AnnounceRunState(restartOnExit_.exchange(false) ? "restart" : "stop");
-        }).detach();
+        });
     } catch (...) {
         SetRunState("stop");  // no thread: nothing runs
         throw;                // std::system_error: "thread constructor failed"
@@ -163,5 +165,5 @@ void SOHEstimator::AnnounceRunState(const std::string& state) {
     std::lock_guard<std::mutex> lock(EstimatorStateLock);
     SetRunState(state);
     ++EstimatorStateEvents;
-    EstimatorStateChanged.notify_one();
+    SohClock::NotifyOne(EstimatorStateChanged);
 }

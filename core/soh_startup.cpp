@@ -124,7 +124,7 @@ int SohMain(int argc, char** argv, const SohDeclarations& declarations) {
         std::unique_lock<std::mutex> lock(EstimatorStateLock);
         // Counting changes instead of waiting blindly: a monitor that ended before this wait
         // began is not missed.
-        EstimatorStateChanged.wait(lock, [&] { return EstimatorStateEvents != seen; });
+        SohClock::Wait(EstimatorStateChanged, lock, [&] { return EstimatorStateEvents != seen; });
         seen = EstimatorStateEvents;
         live = SupervisionPass();
     } while (live > 0);

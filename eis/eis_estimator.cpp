@@ -22,6 +22,7 @@
 #include "eis/eis_unifier.h"
 #include "platform/soh_clock.h"
 #include "platform/soh_root.h"
+#include "platform/soh_thread.h"
 
 namespace {
 
@@ -112,10 +113,10 @@ void EISEstimator::StartMonitor() {
         }
         SOH_LOGI("%s was going to start\n", monitors_[i].name.c_str());
         try {
-            std::thread([this, i] {
+            SohThread::StartDetached(monitors_[i].name.c_str(), [this, i] {
                 Monitor(i);
                 MonitorEnded();
-            }).detach();
+            });
         } catch (...) {
             MonitorEnded();  // this one never ran
             MonitorEnded();  // nor will the rest

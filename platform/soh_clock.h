@@ -4,7 +4,11 @@
 // at process start, QUEN_CLOCK_SPEED=N makes wall and monotonic time run N times faster
 // (sleeps, waits and poll time-outs shrink by N). Unit tests may switch the process to a
 // manual clock (platform/host/soh_clock_test.h) that only moves when the test advances it;
-// sleepers then wake when the advanced time reaches their deadline.
+// sleepers then wake when the advanced time reaches their deadline. Under the simulator,
+// QUEN_VCLOCK=PAGE puts the process on a virtual clock that moves only when every thread
+// started through SohThread waits here (platform/host/vclock_client.h); a condition variable
+// waited on here must then be notified here too (NotifyOne/NotifyAll), so that the waiter is
+// scheduled.
 //
 // Units: nanoseconds unless a name says otherwise. Thread-safe: callable from any thread.
 #pragma once
@@ -41,9 +45,19 @@ template <typename Pred>
 bool WaitFor(std::condition_variable& cv, std::unique_lock<std::mutex>& lock, int64_t ns,
              Pred pred);
 
+// Waits on `cv` until pred() holds, without a time-out. `lock` must be held.
+template <typename Pred>
+void Wait(std::condition_variable& cv, std::unique_lock<std::mutex>& lock, Pred pred);
+
+// Wakes the threads waiting on `cv` (through WaitFor or Wait, or directly).
+void NotifyOne(std::condition_variable& cv);
+void NotifyAll(std::condition_variable& cv);
+
 namespace detail {
 // One wait of at most `ns` clock time (a shorter slice on the manual clock).
 void WaitOnce(std::condition_variable& cv, std::unique_lock<std::mutex>& lock, int64_t ns);
+// One wait without a time-out (may return spuriously).
+void WaitOnceForever(std::condition_variable& cv, std::unique_lock<std::mutex>& lock);
 // Counts a thread as sleeping on the manual clock for the object's life.
 class SleeperScope {
 public:
@@ -67,6 +81,14 @@ bool WaitFor(std::condition_variable& cv, std::unique_lock<std::mutex>& lock, in
         detail::WaitOnce(cv, lock, left);
     }
     return true;
+}
+
+template <typename Pred>
+void Wait(std::condition_variable& cv, std::unique_lock<std::mutex>& lock, Pred pred) {
+    // Not a sleeper of the manual clock: moving the clock does not end this wait.
+    while (!pred()) {
+        detail::WaitOnceForever(cv, lock);
+    }
 }
 
 // poll(2) with a time-out in clock milliseconds (negative: no time-out).

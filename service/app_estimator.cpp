@@ -386,7 +386,7 @@ void AppEstimator::StartHeartBeat(const std::string& limitator) {
     it->second.running = true;
     it->second.elapsed = 0;
     SOH_LOGI("start heartbeat of %s\n", limitator.c_str());
-    beatStarted_.notify_all();
+    SohClock::NotifyAll(beatStarted_);
 }
 
 void AppEstimator::StopHeartBeat(const std::string& limitator) {
@@ -411,7 +411,7 @@ void AppEstimator::Monitor() {
     for (;;) {
         // With no heartbeat running there is nothing to count: sleep until one starts
         // instead of waking every step.
-        beatStarted_.wait(lock, anyRunning);
+        SohClock::Wait(beatStarted_, lock, anyRunning);
         SohClock::WaitFor(beatStarted_, lock, kBeatStepSeconds * 1000000000LL,
                           [] { return false; });
         UpdateHeartBeats();

@@ -44,10 +44,22 @@ void WaitOnce(std::condition_variable& cv, std::unique_lock<std::mutex>& lock, i
     cv.wait_for(lock, std::chrono::nanoseconds(ns));
 }
 
+void WaitOnceForever(std::condition_variable& cv, std::unique_lock<std::mutex>& lock) {
+    cv.wait(lock);
+}
+
 SleeperScope::SleeperScope() {}
 SleeperScope::~SleeperScope() {}
 
 }  // namespace detail
+
+void NotifyOne(std::condition_variable& cv) {
+    cv.notify_one();
+}
+
+void NotifyAll(std::condition_variable& cv) {
+    cv.notify_all();
+}
 
 int Poll(struct pollfd* fds, nfds_t nfds, int timeoutMs) {
     return poll(fds, nfds, timeoutMs);

@@ -1,6 +1,7 @@
-// Host clock seam: real clocks scaled by QUEN_CLOCK_SPEED and offset by QUEN_CLOCK_START, or a
-// manual clock driven by tests.
+// Host clock seam: real clocks scaled by QUEN_CLOCK_SPEED and offset by QUEN_CLOCK_START, a
+// manual clock driven by tests, or the simulator's virtual clock (QUEN_VCLOCK).
 #include <errno.h>
+#include <fcntl.h>
 #include <stdlib.h>
 
 #include <algorithm>
@@ -9,6 +10,8 @@
 #include <climits>
 
 #include "platform/host/soh_clock_test.h"
+#include "platform/host/vclock_client.h"
+#include "platform/host/vclock_page.h"
 #include "platform/soh_clock.h"
 
 namespace {
@@ -99,6 +102,70 @@ void RealSleep(int64_t ns) {
     }
 }
 
+bool VirtualParticipant() {
+    return !Manual().on.load() && VClockClient::On() && VClockClient::Participant();
+}
+
+// poll(2) on the virtual clock. An event node (one the simulator registered) signals
+// POLLPRI|POLLERR, as sysfs does, once for every batch of events raised since this thread last
+// saw it; other open descriptors never signal; a closed one answers POLLNVAL at once. The
+// thread gives its turn back until an event, its time-out, or for ever.
+int VirtualPoll(struct pollfd* fds, nfds_t nfds, int timeoutMs) {
+    thread_local uint64_t seen[VClockPage::kMaxNodes];
+    thread_local uint64_t known = 0;
+    constexpr nfds_t kMaxFds = 64;
+    int node[kMaxFds];
+    uint64_t mask = 0;
+    int ready = 0;
+    for (nfds_t i = 0; i < nfds; ++i) {
+        fds[i].revents = 0;
+        node[std::min(i, kMaxFds - 1)] = -1;
+        if (fds[i].fd < 0) {
+            continue;
+        }
+        if (fcntl(fds[i].fd, F_GETFD) < 0) {
+            fds[i].revents = POLLNVAL;
+            ++ready;
+            continue;
+        }
+        const int n = i < kMaxFds ? VClockClient::NodeOf(fds[i].fd) : -1;
+        if (n >= 0) {
+            node[i] = n;
+            mask |= 1ULL << n;
+            if ((known & (1ULL << n)) == 0) {
+                seen[n] = VClockClient::NodeEvents(n);
+                known |= 1ULL << n;
+            }
+        }
+    }
+    if (ready > 0) {
+        return ready;
+    }
+    const int64_t now = VClockClient::MonoNs();
+    const int64_t deadline =
+        timeoutMs < 0 ? VClockPage::kNever : now + static_cast<int64_t>(timeoutMs) * kNsPerMs;
+    for (;;) {
+        for (nfds_t i = 0; i < nfds && i < kMaxFds; ++i) {
+            if (node[i] >= 0 && VClockClient::NodeEvents(node[i]) > seen[node[i]]) {
+                fds[i].revents = POLLPRI | POLLERR;
+                ++ready;
+            }
+        }
+        if (ready > 0) {
+            for (nfds_t i = 0; i < nfds && i < kMaxFds; ++i) {
+                if (fds[i].revents != 0) {
+                    seen[node[i]] = VClockClient::NodeEvents(node[i]);
+                }
+            }
+            return ready;
+        }
+        if (timeoutMs == 0 || VClockClient::MonoNs() >= deadline) {
+            return 0;
+        }
+        VClockClient::Wait(deadline, nullptr, mask);
+    }
+}
+
 }  // namespace
 
 namespace SohClock {
@@ -106,6 +173,9 @@ namespace SohClock {
 int64_t WallNs() {
     if (Manual().on.load()) {
         return Manual().wall.load();
+    }
+    if (VClockClient::On()) {
+        return VClockClient::WallNs();
     }
     return Real().wallAtStart + Real().Elapsed();
 }
@@ -122,11 +192,25 @@ int64_t MonoNs() {
     if (Manual().on.load()) {
         return Manual().mono.load();
     }
+    if (VClockClient::On()) {
+        return VClockClient::MonoNs();
+    }
     return Real().Elapsed();
 }
 
 void SleepNs(int64_t ns) {
     if (ns <= 0) {
+        return;
+    }
+    if (VClockClient::On() && !Manual().on.load()) {
+        const int64_t deadline = VClockClient::MonoNs() + ns;
+        while (VClockClient::MonoNs() < deadline) {
+            if (VClockClient::Participant()) {
+                VClockClient::Wait(deadline, nullptr, 0);
+            } else {
+                RealSleep(kManualSliceNs);
+            }
+        }
         return;
     }
     if (!Manual().on.load()) {
@@ -143,8 +227,32 @@ void SleepNs(int64_t ns) {
 namespace detail {
 
 void WaitOnce(std::condition_variable& cv, std::unique_lock<std::mutex>& lock, int64_t ns) {
-    int64_t real = Manual().on.load() ? std::min(ns, kManualSliceNs) : ToReal(ns);
+    if (VirtualParticipant()) {
+        const int64_t now = VClockClient::MonoNs();
+        const int64_t deadline =
+            ns >= VClockPage::kNever - now ? VClockPage::kNever : now + std::max<int64_t>(ns, 0);
+        lock.unlock();
+        VClockClient::Wait(deadline, &cv, 0);
+        lock.lock();
+        return;
+    }
+    const bool sliced = Manual().on.load() || VClockClient::On();
+    int64_t real = sliced ? std::min(ns, kManualSliceNs) : ToReal(ns);
     cv.wait_for(lock, std::chrono::nanoseconds(real));
+}
+
+void WaitOnceForever(std::condition_variable& cv, std::unique_lock<std::mutex>& lock) {
+    if (VirtualParticipant()) {
+        lock.unlock();
+        VClockClient::Wait(VClockPage::kNever, &cv, 0);
+        lock.lock();
+        return;
+    }
+    if (VClockClient::On() && !Manual().on.load()) {
+        cv.wait_for(lock, std::chrono::nanoseconds(kManualSliceNs));
+        return;
+    }
+    cv.wait(lock);
 }
 
 SleeperScope::SleeperScope() {
@@ -156,8 +264,22 @@ SleeperScope::~SleeperScope() {
 
 }  // namespace detail
 
+void NotifyOne(std::condition_variable& cv) {
+    NotifyAll(cv);  // on the virtual clock every waiter re-checks; elsewhere one is enough
+}
+
+void NotifyAll(std::condition_variable& cv) {
+    if (VClockClient::On()) {
+        VClockClient::Notify(&cv);
+    }
+    cv.notify_all();
+}
+
 int Poll(struct pollfd* fds, nfds_t nfds, int timeoutMs) {
-    if (!Manual().on.load()) {
+    if (VirtualParticipant()) {
+        return VirtualPoll(fds, nfds, timeoutMs);
+    }
+    if (!Manual().on.load() && !VClockClient::On()) {
         if (timeoutMs <= 0) {
             return poll(fds, nfds, timeoutMs);
         }
@@ -166,13 +288,13 @@ int Poll(struct pollfd* fds, nfds_t nfds, int timeoutMs) {
                     static_cast<int>(std::max<int64_t>(1, (real + kNsPerMs - 1) / kNsPerMs)));
     }
     SohClock::detail::SleeperScope sleeping;
-    int64_t deadline = Manual().mono.load() + static_cast<int64_t>(timeoutMs) * kNsPerMs;
+    int64_t deadline = MonoNs() + static_cast<int64_t>(timeoutMs) * kNsPerMs;
     for (;;) {
         int rc = poll(fds, nfds, 1);
         if (rc != 0) {
             return rc;
         }
-        if (timeoutMs == 0 || (timeoutMs > 0 && Manual().mono.load() >= deadline)) {
+        if (timeoutMs == 0 || (timeoutMs > 0 && MonoNs() >= deadline)) {
             return 0;
         }
     }

@@ -235,7 +235,7 @@ int FleetMain(int argc, char** argv, const SimDefaults& defaults) {
         return 2;
     }
     if (!withoutQuen) {
-        if (!FakeKernel::Available(error)) {
+        if (speed > 0 && !FakeKernel::Available(error)) {
             fprintf(stderr, "quen-sim fleet: the fake kernel needs FUSE: %s\n", error.c_str());
             return 2;
         }
@@ -280,6 +280,7 @@ int FleetMain(int argc, char** argv, const SimDefaults& defaults) {
         ApplyProfile(sc.model, profiles[p.profile], arm.plan.scenario.model, error);
         arm.plan.scenario.model["seed"] = p.seed;
         arm.plan.withDaemon = !withoutQuen;
+        arm.plan.accelerated = speed > 0;
         arm.plan.quen = quen;
         arm.plan.configFile = configFile.empty() ? "" : fs::absolute(configFile).string();
         arm.plan.outDir = (outDir / "phones" / name).string();

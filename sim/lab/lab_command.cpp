@@ -44,6 +44,7 @@ struct LabOptions {
     std::string quen;
     double days = 0;
     double speed = 0;
+    bool accelerated = false;  // --speed: the wall clock sped up, with the FUSE fake kernel
     bool baseline = true;
     bool defaultConfig = true;
     int jobs = 0;
@@ -59,7 +60,9 @@ const char kPlainUsage[] =
     "                [--days N] [--speed N]\n"
     "       quen-sim fleet ...   (quen-sim fleet --help)\n"
     "  runs the daemon against a simulated phone, and the phone without it as the baseline;\n"
-    "  writes DIR/report.html (default DIR: out/sim/<scenario name>, or out/sim/<name>-lab)\n";
+    "  writes DIR/report.html (default DIR: out/sim/<scenario name>, or out/sim/<name>-lab)\n"
+    "  The daemon runs on a virtual clock (reproducible, as fast as the machine allows);\n"
+    "  --speed N runs it instead on the wall clock sped up N times, on the FUSE fake kernel.\n";
 
 int Usage(const char* why) {
     if (why != nullptr) {
@@ -104,6 +107,7 @@ int Parse(int argc, char** argv, bool lab, LabOptions& opt) {
         } else if (a == "--speed") {
             if (!value(v) || !ParsePositive(v.c_str(), opt.speed) || opt.speed > 1e6)
                 return Usage("--speed needs a number in (0, 1e6]");
+            opt.accelerated = true;
         } else if (a == "--no-baseline") {
             opt.baseline = false;
         } else if (lab && a == "--no-default") {
@@ -205,6 +209,7 @@ bool PlanArms(const LabOptions& opt, const Scenario& sc, const SimDefaults& defa
             arm.plan.scenario = sc;
             arm.plan.scenario.model = model;
             arm.plan.withDaemon = c.daemon;
+            arm.plan.accelerated = opt.accelerated;
             arm.plan.quen = opt.quen;
             arm.plan.configFile = c.file;
             arm.plan.outDir = (out / "arms" / arm.plan.name).string();
@@ -216,7 +221,7 @@ bool PlanArms(const LabOptions& opt, const Scenario& sc, const SimDefaults& defa
         }
     }
     if (needDaemon) {
-        if (!FakeKernel::Available(error)) {
+        if (opt.accelerated && !FakeKernel::Available(error)) {
             error = "the fake kernel needs FUSE: " + error;
             return false;
         }
@@ -276,9 +281,11 @@ int Run(LabOptions& opt, const SimDefaults& defaults) {
     tzset();
     InstallStopHandlers();
     const int jobs = opt.jobs > 0 ? opt.jobs : DefaultJobs();
-    fprintf(stderr,
-            "quen-sim: scenario %s, %.1f days at speed %.0f, %zu arm%s (%d at once) in %s\n",
-            sc.name.c_str(), sc.days, sc.speed, arms.size(), arms.size() == 1 ? "" : "s",
+    fprintf(stderr, "quen-sim: scenario %s, %.1f days %s, %zu arm%s (%d at once) in %s\n",
+            sc.name.c_str(), sc.days,
+            opt.accelerated ? ("at speed " + std::to_string(static_cast<long>(sc.speed))).c_str()
+                            : "on the virtual clock",
+            arms.size(), arms.size() == 1 ? "" : "s",
             std::min<int>(jobs, static_cast<int>(arms.size())), out.c_str());
     const int64_t t0 = MonotonicNs();
     RunArmsInParallel(arms, jobs, &g_stop, [](const LabArm& a, size_t done, size_t total) {

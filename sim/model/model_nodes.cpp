@@ -241,6 +241,30 @@ uint64_t ModelNodes::Events(const std::string& path) {
     return it == nodes_.end() ? 0 : it->second.events;
 }
 
+std::vector<std::string> ModelNodes::DrivenPaths() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<std::string> paths;
+    for (const auto& entry : nodes_) {
+        if (entry.second.kind == Kind::kDriven) {
+            paths.push_back(entry.first);
+        }
+    }
+    return paths;
+}
+
+std::vector<std::string> ModelNodes::EventPaths() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<std::string> paths;
+    for (const std::string& p :
+         {NodePath(CvtNodes::kChargeStartEvent), NodePath(BaspNodes::kAgingData),
+          NodePath(kAcrInfo), NodePath(kDcrInfo)}) {
+        if (nodes_.count(p) != 0) {
+            paths.push_back(p);
+        }
+    }
+    return paths;
+}
+
 void ModelNodes::Tick() {
     std::vector<std::string> raised;
     {

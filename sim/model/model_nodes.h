@@ -107,6 +107,10 @@ public:
 
     // Advances the model to the clock's time and raises the events that fell due.
     void Tick();
+    // The nodes whose content the model drives (changes without a write), and the nodes that
+    // raise events, as paths of List().
+    std::vector<std::string> DrivenPaths();
+    std::vector<std::string> EventPaths();
     ModelSample Sample();
     void SetWriteListener(WriteListener listener);
 

@@ -147,6 +147,10 @@ bool WriteSummary(const std::string& dir, const RunSummary& s, std::string& erro
     v["basp_levels"] = Changes(s.baspLevels);
     v["asw_scenes"] = Changes(s.aswScenes);
     v["log_errors"] = s.logErrors;
+    v["daemon_cpu_seconds"] = s.daemonCpuSeconds;
+    for (const auto& kv : s.turnsByRole) {
+        v["turns_by_role"][kv.first] = Json::UInt64(kv.second);
+    }
     Json::StreamWriterBuilder b;
     b["indentation"] = "  ";
     const fs::path file = fs::path(dir) / "summary.json";
@@ -199,6 +203,10 @@ bool ReadSummary(const std::string& dir, RunSummary& s, std::string& error) {
     s.cyclesEnd = num("cycles_end");
     s.swellEnd = num("swell_end");
     s.logErrors = static_cast<int>(num("log_errors"));
+    s.daemonCpuSeconds = num("daemon_cpu_seconds");
+    for (const std::string& k : v["turns_by_role"].getMemberNames()) {
+        s.turnsByRole[k] = v["turns_by_role"][k].asUInt64();
+    }
     if (!ReadChanges(v["basp_levels"], s.baspLevels) ||
         !ReadChanges(v["asw_scenes"], s.aswScenes)) {
         error = file + ": bad level or scene changes";

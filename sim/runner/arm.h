@@ -35,6 +35,10 @@ struct ArmPlan {
     std::string configFile;  // non-empty: replaces the tree's odm/etc/power/quen.json
     std::string outDir;      // the result folder; created, old results removed
     bool progress = false;   // a progress line on standard error
+    // With the daemon: false runs it on the virtual clock (deterministic, as fast as the
+    // machine allows), true on the wall clock sped up by the scenario's "speed" with the FUSE
+    // fake kernel.
+    bool accelerated = false;
 };
 
 struct RunSummary {
@@ -58,6 +62,10 @@ struct RunSummary {
     std::vector<std::pair<double, unsigned>> baspLevels;
     std::vector<std::pair<double, unsigned>> aswScenes;
     int logErrors = 0;  // " E quen: " lines in the daemon's log
+    // Virtual clock only: the daemon's CPU time (user + system, s), the turns its threads
+    // took, by thread role.
+    double daemonCpuSeconds = 0;
+    std::map<std::string, uint64_t> turnsByRole;
 };
 
 // Runs the arm. Returns 0 when it completed, 1 when the daemon died, 2 when it could not

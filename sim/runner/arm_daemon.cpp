@@ -16,7 +16,6 @@
 namespace fs = std::filesystem;
 
 namespace sim {
-namespace {
 
 int CountErrorLines(const fs::path& log) {
     std::ifstream in(log);
@@ -42,28 +41,19 @@ std::string Tail(const fs::path& log, size_t lines) {
     return out;
 }
 
-}  // namespace
-
-int RunDaemonArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, RunSummary& summary,
-                 std::string& error) {
+bool PrepareDaemonArm(const ArmPlan& plan, ModelParams& params, std::string& error) {
     const Scenario& sc = plan.scenario;
-    ModelParams params;
     if (!LoadModelParams(sc.model, params, error)) {
         error = "\"model\": " + error;
-        return 2;
-    }
-    if (!FakeKernel::Available(error)) {
-        error = "the fake kernel needs FUSE: " + error;
-        return 2;
+        return false;
     }
     if (access(plan.quen.c_str(), X_OK) != 0) {
         error = "the daemon " + plan.quen + " cannot be run (build it, or pass --quen)";
-        return 2;
+        return false;
     }
-    const fs::path out = plan.outDir;
-    const fs::path root = out / "root";
+    const fs::path root = fs::path(plan.outDir) / "root";
     if (!PrepareRoot(sc, root.string(), error)) {
-        return 2;
+        return false;
     }
     std::error_code ec;
     if (!plan.configFile.empty()) {
@@ -71,9 +61,28 @@ int RunDaemonArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, RunSumm
                       ec);
         if (ec) {
             error = "cannot use the configuration " + plan.configFile + ": " + ec.message();
-            return 2;
+            return false;
         }
     }
+    return true;
+}
+
+int RunDaemonArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, RunSummary& summary,
+                 std::string& error) {
+    if (!plan.accelerated) {
+        return RunVirtualDaemonArm(plan, stop, summary, error);
+    }
+    const Scenario& sc = plan.scenario;
+    ModelParams params;
+    if (!FakeKernel::Available(error)) {
+        error = "the fake kernel needs FUSE: " + error;
+        return 2;
+    }
+    if (!PrepareDaemonArm(plan, params, error)) {
+        return 2;
+    }
+    const fs::path out = plan.outDir;
+    const fs::path root = out / "root";
 
     const SimClock clock = SimClock::StartNow(sc.startEpoch, static_cast<int64_t>(sc.speed));
     std::unique_ptr<ModelNodes> nodes = ModelNodes::Create(

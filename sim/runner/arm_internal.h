@@ -4,9 +4,11 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
 
 #include "sim/model/model_nodes.h"
+#include "sim/model/model_params.h"
 #include "sim/runner/arm.h"
 #include "sim/runner/swell_probe.h"
 #include "sim/runner/trace.h"
@@ -44,8 +46,19 @@ private:
     int64_t lastShownNs_ = 0;
 };
 
+// The start of an arm with the daemon: model parameters, the daemon binary, a fresh device
+// root at OUT/root with the arm's configuration. False with a message.
+bool PrepareDaemonArm(const ArmPlan& plan, ModelParams& params, std::string& error);
+// " E quen: " lines of a daemon log, and its last `lines` lines indented.
+int CountErrorLines(const std::filesystem::path& log);
+std::string Tail(const std::filesystem::path& log, size_t lines);
+
+// The arm with the daemon on the accelerated wall clock and the FUSE fake kernel, and on the
+// virtual clock with plain-file nodes.
 int RunDaemonArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, RunSummary& summary,
                  std::string& error);
+int RunVirtualDaemonArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, RunSummary& summary,
+                        std::string& error);
 int RunModelArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, RunSummary& summary,
                 std::string& error);
 

@@ -21,8 +21,14 @@ namespace {
 using VClockPage::Page;
 using VClockPage::Slot;
 
-// Busy-wait iterations before a waiter sleeps on its futex (a few microseconds).
-constexpr int kSpins = 4000;
+// Busy-wait iterations before a waiter sleeps on its futex (QUEN_VCLOCK_SPIN, default 0).
+int Spins() {
+    static const int spins = [] {
+        const char* s = getenv("QUEN_VCLOCK_SPIN");
+        return s != nullptr ? atoi(s) : 0;
+    }();
+    return spins;
+}
 // A sleeping waiter looks at its word again at least this often (real ns), so that a lost
 // wake-up costs a pause, never a hang.
 constexpr int64_t kFutexSliceNs = 50000000LL;
@@ -86,7 +92,7 @@ void GiveTurnBack(Page* page) {
 // Waits until the slot's grant count moves past `seen`.
 void AwaitGrant(Slot& slot, uint32_t seen) {
     for (int i = 0; slot.go.load(std::memory_order_acquire) == seen; ++i) {
-        if (i < kSpins) {
+        if (i < Spins()) {
             VClockPage::CpuRelax();
         } else {
             VClockPage::FutexWait(&slot.go, seen, kFutexSliceNs);

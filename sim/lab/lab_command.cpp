@@ -297,6 +297,21 @@ int Run(LabOptions& opt, const SimDefaults& defaults) {
                 done, total);
     });
     LoadArmResults(arms);
+    for (const LabArm& a : arms) {
+        const RunSummary& r = a.summary;
+        if (a.plan.withDaemon && !a.plan.accelerated && r.simulatedDays > 0 && r.realSeconds > 0) {
+            uint64_t turns = 0;
+            for (const auto& kv : r.turnsByRole) {
+                turns += kv.second;
+            }
+            fprintf(stderr,
+                    "quen-sim: arm %s: %.1f simulated days in %.1f s (%.2f days/s); daemon CPU "
+                    "%.3f s per simulated day, %.0f wake-ups per simulated day\n",
+                    a.plan.name.c_str(), r.simulatedDays, r.realSeconds,
+                    r.simulatedDays / r.realSeconds, r.daemonCpuSeconds / r.simulatedDays,
+                    static_cast<double>(turns) / r.simulatedDays);
+        }
+    }
     const std::string title = std::string(opt.lab ? "quen-sim lab: " : "quen-sim: ") + sc.name +
                               ", " + std::to_string(static_cast<int>(std::round(sc.days))) +
                               " days";

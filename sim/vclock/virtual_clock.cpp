@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
 #include <time.h>
@@ -15,7 +16,14 @@ namespace {
 using VClockPage::Page;
 using VClockPage::Slot;
 
-constexpr int kSpins = 20000;                 // busy-wait before sleeping on the turn word
+// Busy-wait iterations before sleeping on the turn word (QUEN_VCLOCK_MASTER_SPIN, default 0).
+int Spins() {
+    static const int spins = [] {
+        const char* s = getenv("QUEN_VCLOCK_MASTER_SPIN");
+        return s != nullptr ? atoi(s) : 0;
+    }();
+    return spins;
+}
 constexpr int64_t kSliceNs = 50 * 1000000LL;  // real time between liveness checks
 
 int64_t RealMonoNs() {
@@ -139,7 +147,7 @@ bool VirtualClock::AwaitTurn(int slot, const std::function<bool()>& alive) {
         if (turn == VClockPage::kMasterTurn) {
             return true;
         }
-        if (i < kSpins) {
+        if (i < Spins()) {
             VClockPage::CpuRelax();
             continue;
         }

@@ -101,6 +101,7 @@ int DeviceWriter::WriteBytes(const void* data, size_t len) {
         Failed(Op::kWrite, n);
         return -1;
     }
+    SohRoot::Wrote(Path());
     Succeeded();
     return 0;
 }

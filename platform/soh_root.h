@@ -14,4 +14,9 @@ namespace SohRoot {
 // The path at which `devicePath` is found on this build.
 std::string RootPath(const std::string& devicePath);
 
+// Called after a write to the kernel node `devicePath` succeeded. Device build: nothing. Host
+// build under the simulator's virtual clock: the simulated kernel takes the write before the
+// thread goes on, so that two writes to one node in a row are both seen, as a kernel sees them.
+void Wrote(const std::string& devicePath);
+
 }  // namespace SohRoot

@@ -7,4 +7,6 @@ std::string RootPath(const std::string& devicePath) {
     return devicePath;
 }
 
+void Wrote(const std::string&) {}
+
 }  // namespace SohRoot

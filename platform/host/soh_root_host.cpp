@@ -1,6 +1,7 @@
 // Host root: device paths are placed under $QUEN_ROOT.
 #include <stdlib.h>
 
+#include "platform/host/vclock_client.h"
 #include "platform/soh_root.h"
 
 namespace SohRoot {
@@ -15,6 +16,12 @@ std::string RootPath(const std::string& devicePath) {
         out.pop_back();
     }
     return out + devicePath;
+}
+
+void Wrote(const std::string&) {
+    if (VClockClient::On() && VClockClient::Participant()) {
+        VClockClient::HandOver();
+    }
 }
 
 }  // namespace SohRoot

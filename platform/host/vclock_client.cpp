@@ -143,6 +143,17 @@ uint32_t Wait(int64_t deadlineNs, const void* cvKey, uint64_t pollMask) {
     return slot.reason.load(std::memory_order_acquire);
 }
 
+void HandOver() {
+    Page* page = ThePage();
+    Slot& slot = page->slots[MySlot()];
+    const uint32_t seen = slot.go.load(std::memory_order_acquire);
+    slot.reason.store(VClockPage::kResume, std::memory_order_relaxed);
+    slot.state.store(VClockPage::kRunnable, std::memory_order_release);
+    page->resume.store(MySlot(), std::memory_order_release);
+    GiveTurnBack(page);
+    AwaitGrant(slot, seen);
+}
+
 void Notify(const void* cvKey) {
     Page* page = ThePage();
     const uint64_t key = reinterpret_cast<uint64_t>(cvKey);

@@ -28,6 +28,10 @@ bool Participant();
 // event of a node in `pollMask`. Returns the VClockPage::Reason of the grant.
 uint32_t Wait(int64_t deadlineNs, const void* cvKey, uint64_t pollMask);
 
+// Gives the turn to the master for one look at the device (a node just written) and takes it
+// back before any other thread runs.
+void HandOver();
+
 // Makes every participant waiting on `cvKey` runnable (it runs when the master grants it).
 void Notify(const void* cvKey);
 

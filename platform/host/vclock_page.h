@@ -50,6 +50,7 @@ enum Reason : uint32_t {
     kTimer = 2,
     kNotify = 3,
     kEvent = 4,
+    kResume = 5,  // handed over for a look at the device; resumes before anyone else
 };
 
 struct Slot {
@@ -78,6 +79,7 @@ struct Page {
     std::atomic<uint32_t> masterWaiting;  // the master sleeps on `turn` (else it spins)
     std::atomic<uint32_t> slotCount;      // slots ever taken
     std::atomic<uint32_t> nodeCount;
+    std::atomic<int32_t> resume;  // a slot that handed over and runs next, -1 none
     Slot slots[kMaxSlots];
     Node nodes[kMaxNodes];
 };

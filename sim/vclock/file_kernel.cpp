@@ -8,6 +8,7 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 
 namespace fs = std::filesystem;
@@ -46,8 +47,7 @@ std::unique_ptr<FileKernel> FileKernel::Create(NodeSource& source, const std::st
             watched = watched || w.second == dir;
         }
         if (!watched) {
-            const int wd =
-                inotify_add_watch(k->inotify_, file.parent_path().c_str(), IN_CLOSE_WRITE);
+            const int wd = inotify_add_watch(k->inotify_, file.parent_path().c_str(), IN_MODIFY);
             if (wd < 0) {
                 error = "cannot watch " + file.parent_path().string() + ": " + strerror(errno);
                 return nullptr;
@@ -112,10 +112,14 @@ bool FileKernel::Put(File& file, const std::string& content) {
 
 void FileKernel::Sync() {
     std::string content;
+    bool put = false;
     for (auto& entry : files_) {
         if (entry.second.driven && source_.Read(entry.first, content) == 0) {
-            Put(entry.second, content);
+            put = Put(entry.second, content) || put;
         }
+    }
+    if (put) {
+        Drain();  // the events of this side's own writes
     }
 }
 
@@ -131,12 +135,13 @@ void FileKernel::Collect() {
             const auto* ev = reinterpret_cast<const inotify_event*>(buf + off);
             off += static_cast<ssize_t>(sizeof(inotify_event) + ev->len);
             auto dir = watchDirs_.find(ev->wd);
-            if (dir == watchDirs_.end() || ev->len == 0 || (ev->mask & IN_CLOSE_WRITE) == 0) {
+            if (dir == watchDirs_.end() || ev->len == 0 || (ev->mask & IN_MODIFY) == 0) {
                 continue;
             }
             const std::string path =
                 dir->second.empty() ? ev->name : dir->second + "/" + std::string(ev->name);
-            if (files_.count(path) != 0) {
+            if (files_.count(path) != 0 &&
+                std::find(written.begin(), written.end(), path) == written.end()) {
                 written.push_back(path);
             }
         }
@@ -152,6 +157,9 @@ void FileKernel::Collect() {
         if (source_.Read(path, now) == 0) {
             Put(file, now);
         }
+    }
+    if (!written.empty()) {
+        Drain();
     }
 }
 

@@ -1,9 +1,9 @@
 // The fake kernel as plain files, for runs on the virtual clock: every node of a NodeSource is
 // a regular file under ROOT/sys that holds the node's content. Between the daemon's turns the
 // simulator brings the files up to date (Sync) and takes the daemon's writes (Collect, found
-// through inotify as files closed after writing: one non-blocking read when nothing was
-// written; the simulator's own writes keep their descriptors open and raise no such event);
-// events reach pollers
+// through inotify: one non-blocking read when nothing was written). The daemon hands its turn
+// over after every node write (SohRoot::Wrote), so each write is taken on its own, never
+// merged with the next one to the same node. Events reach pollers
 // through the virtual clock's event nodes instead of POLLPRI.
 //
 // Why not FUSE here: under the virtual clock only one side runs at a time, so a read needs no

@@ -62,6 +62,7 @@ std::unique_ptr<VirtualClock> VirtualClock::Create(const std::string& path, int6
     main.state.store(VClockPage::kRunning);
     main.grants.store(1);
     page->slotCount.store(1);
+    page->resume.store(-1);
     page->turn.store(0);
     std::atomic_thread_fence(std::memory_order_release);
     page->magic = VClockPage::kMagic;
@@ -111,6 +112,11 @@ void VirtualClock::Raise(int node) {
 }
 
 int VirtualClock::PickNext(uint32_t* reason) {
+    const int32_t resume = page_->resume.exchange(-1, std::memory_order_acq_rel);
+    if (resume >= 0) {
+        *reason = VClockPage::kResume;
+        return resume;
+    }
     const uint32_t n = page_->slotCount.load(std::memory_order_acquire);
     const int64_t now = MonoNs();
     int due = -1;

@@ -82,9 +82,13 @@ TEST_F(QuenSimTest, AShortRunEndsWithATraceAndAReport) {
     EXPECT_GE(summary.simulatedDays, 0.5);
     // The daemon wrote its first limits to the kernel's nodes, and they were traced; the
     // baseline wrote nothing.
-    EXPECT_NE(dev.Read("/out/arms/default/kernel-writes.log")
-                  .find("/sys/class/vn_power/interface/vterm_dec 0 quen"),
-              std::string::npos);
+    // Each of the writes to one node in a row is taken on its own, first to last.
+    const std::string writes = dev.Read("/out/arms/default/kernel-writes.log");
+    const size_t first = writes.find("/sys/class/vn_power/interface/vterm_dec 0 quen lvc 0\n");
+    const size_t last = writes.find("/sys/class/vn_power/interface/vterm_dec 0 quen wl 0\n");
+    EXPECT_NE(first, std::string::npos) << writes;
+    EXPECT_NE(last, std::string::npos) << writes;
+    EXPECT_LT(first, last);
     EXPECT_EQ(dev.Read("/out/arms/without-quen/kernel-writes.log"), "");
     EXPECT_NE(dev.Read("/out/arms/default/quen.log").find("estimator:BASP start"),
               std::string::npos);

@@ -53,16 +53,17 @@ struct LabOptions {
 };
 
 const char kPlainUsage[] =
-    "usage: quen-sim [SCENARIO.json] [--out DIR] [--quen PATH] [--days N] [--speed N]\n"
-    "                [--no-baseline]\n"
+    "usage: quen-sim [SCENARIO.json] [--out DIR] [--quen PATH] [--days N]\n"
+    "                [--accelerated] [--speed N] [--no-baseline]\n"
     "       quen-sim lab [SCENARIO.json] [--profile P]... [--config NAME=FILE]...\n"
     "                [--no-baseline] [--no-default] [--jobs N] [--out DIR] [--quen PATH]\n"
-    "                [--days N] [--speed N]\n"
+    "                [--days N] [--accelerated] [--speed N]\n"
     "       quen-sim fleet ...   (quen-sim fleet --help)\n"
     "  runs the daemon against a simulated phone, and the phone without it as the baseline;\n"
     "  writes DIR/report.html (default DIR: out/sim/<scenario name>, or out/sim/<name>-lab)\n"
     "  The daemon runs on a virtual clock (reproducible, as fast as the machine allows);\n"
-    "  --speed N runs it instead on the wall clock sped up N times, on the FUSE fake kernel.\n";
+    "  --accelerated runs it instead on the wall clock sped up by the scenario's \"speed\"\n"
+    "  (--speed N: N times), on the FUSE fake kernel.\n";
 
 int Usage(const char* why) {
     if (why != nullptr) {
@@ -107,6 +108,8 @@ int Parse(int argc, char** argv, bool lab, LabOptions& opt) {
         } else if (a == "--speed") {
             if (!value(v) || !ParsePositive(v.c_str(), opt.speed) || opt.speed > 1e6)
                 return Usage("--speed needs a number in (0, 1e6]");
+            opt.accelerated = true;
+        } else if (a == "--accelerated") {
             opt.accelerated = true;
         } else if (a == "--no-baseline") {
             opt.baseline = false;

@@ -7,7 +7,8 @@
 //     "start": "2026-03-01 08:00:00",     // local time in "timezone"
 //     "timezone": "CST-8",                // a TZ value; the daemon gets the same
 //     "days": 40,                         // simulated days, (0, 3650]
-//     "speed": 40000,                     // simulated seconds per real second, [1, 1e6]
+//     "speed": 40000,                     // with --accelerated: simulated seconds per real
+//                                         // second, [1, 1e6] (default: the virtual clock)
 //     "sample_minutes": 10,               // trace period, simulated minutes, [1, 1440]
 //     "model": { ... },                   // phone model parameters (see sim/model)
 //     "properties": {"name": "value"},    // properties set before the daemon starts

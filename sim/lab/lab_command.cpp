@@ -45,6 +45,7 @@ struct LabOptions {
     double days = 0;
     double speed = 0;
     bool accelerated = false;  // --speed: the wall clock sped up, with the FUSE fake kernel
+    bool daemonInfoLog = false;
     bool baseline = true;
     bool defaultConfig = true;
     int jobs = 0;
@@ -54,16 +55,17 @@ struct LabOptions {
 
 const char kPlainUsage[] =
     "usage: quen-sim [SCENARIO.json] [--out DIR] [--quen PATH] [--days N]\n"
-    "                [--accelerated] [--speed N] [--no-baseline]\n"
+    "                [--accelerated] [--speed N] [--daemon-log info|error] [--no-baseline]\n"
     "       quen-sim lab [SCENARIO.json] [--profile P]... [--config NAME=FILE]...\n"
     "                [--no-baseline] [--no-default] [--jobs N] [--out DIR] [--quen PATH]\n"
-    "                [--days N] [--accelerated] [--speed N]\n"
+    "                [--days N] [--accelerated] [--speed N] [--daemon-log info|error]\n"
     "       quen-sim fleet ...   (quen-sim fleet --help)\n"
     "  runs the daemon against a simulated phone, and the phone without it as the baseline;\n"
     "  writes DIR/report.html (default DIR: out/sim/<scenario name>, or out/sim/<name>-lab)\n"
     "  The daemon runs on a virtual clock (reproducible, as fast as the machine allows);\n"
     "  --accelerated runs it instead on the wall clock sped up by the scenario's \"speed\"\n"
-    "  (--speed N: N times), on the FUSE fake kernel.\n";
+    "  (--speed N: N times), on the FUSE fake kernel. The daemon logs its error lines only,\n"
+    "  as on a phone; --daemon-log info adds its informative lines (quen -d).\n";
 
 int Usage(const char* why) {
     if (why != nullptr) {
@@ -109,6 +111,10 @@ int Parse(int argc, char** argv, bool lab, LabOptions& opt) {
             if (!value(v) || !ParsePositive(v.c_str(), opt.speed) || opt.speed > 1e6)
                 return Usage("--speed needs a number in (0, 1e6]");
             opt.accelerated = true;
+        } else if (a == "--daemon-log") {
+            if (!value(v) || (v != "info" && v != "error"))
+                return Usage("--daemon-log needs info or error");
+            opt.daemonInfoLog = v == "info";
         } else if (a == "--accelerated") {
             opt.accelerated = true;
         } else if (a == "--no-baseline") {
@@ -213,6 +219,7 @@ bool PlanArms(const LabOptions& opt, const Scenario& sc, const SimDefaults& defa
             arm.plan.scenario.model = model;
             arm.plan.withDaemon = c.daemon;
             arm.plan.accelerated = opt.accelerated;
+            arm.plan.daemonInfoLog = opt.daemonInfoLog;
             arm.plan.quen = opt.quen;
             arm.plan.configFile = c.file;
             arm.plan.outDir = (out / "arms" / arm.plan.name).string();

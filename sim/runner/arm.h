@@ -39,6 +39,9 @@ struct ArmPlan {
     // machine allows), true on the wall clock sped up by the scenario's "speed" with the FUSE
     // fake kernel.
     bool accelerated = false;
+    // With the daemon: its informative lines too (quen -d), not only its error lines. About
+    // 6000 lines a simulated day with the sample configuration, against a dozen.
+    bool daemonInfoLog = false;
 };
 
 struct RunSummary {

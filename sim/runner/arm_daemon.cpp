@@ -119,7 +119,9 @@ int RunDaemonArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, RunSumm
     };
     unsetenv("QUEN_LOG_FILE");  // its standard error already goes to quen.log
     const int64_t realStart = SimClock::MonoNs();
-    if (!daemon.Start(plan.quen, {"-d"}, env, log.string(), error)) {
+    const std::vector<std::string> args =
+        plan.daemonInfoLog ? std::vector<std::string>{"-d"} : std::vector<std::string>{};
+    if (!daemon.Start(plan.quen, args, env, log.string(), error)) {
         kernel.Unmount();
         return 2;
     }

@@ -83,7 +83,9 @@ int RunVirtualDaemonArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, 
     unsetenv("QUEN_LOG_FILE");  // its standard error already goes to quen.log
     const double cpuBefore = ChildrenCpuSeconds();
     const int64_t realStart = MonotonicNs();
-    if (!daemon.Start(plan.quen, {"-d"}, env, log.string(), error)) {
+    const std::vector<std::string> args =
+        plan.daemonInfoLog ? std::vector<std::string>{"-d"} : std::vector<std::string>{};
+    if (!daemon.Start(plan.quen, args, env, log.string(), error)) {
         return 2;
     }
 

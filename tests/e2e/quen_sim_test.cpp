@@ -68,7 +68,7 @@ TEST_F(QuenSimTest, BadScenariosAreRefusedBeforeAnythingStarts) {
 TEST_F(QuenSimTest, AShortRunEndsWithATraceAndAReport) {
     const std::string sc = Scenario("{\"name\": \"short\", \"device\": \"" + device +
                                     "\", \"days\": 0.5, \"speed\": 20000, \"sample_minutes\": 30}");
-    ASSERT_EQ(Run(sc + " --out " + dev.HostPath("/out")), 0) << Output();
+    ASSERT_EQ(Run(sc + " --daemon-log info --out " + dev.HostPath("/out")), 0) << Output();
     EXPECT_NE(Output().find("arm default: completed"), std::string::npos) << Output();
     EXPECT_NE(Output().find("arm without-quen: completed"), std::string::npos) << Output();
     EXPECT_FALSE(Mounted(dev.HostPath("/out/arms/default/root/sys")));
@@ -169,11 +169,12 @@ TEST_F(QuenSimTest, LabPutsProfilesAndConfigurationsSideBySide) {
     std::stringstream config;
     config << defaultConfig.rdbuf();
     dev.Write("/capped.json", "// a named configuration\n" + config.str());
-    ASSERT_EQ(Run("lab " + sc +
-                  " --days 0.3 --speed 20000 --no-baseline --profile light --config "
-                  "capped=" +
-                  dev.HostPath("/capped.json") + " --out " + dev.HostPath("/lab")),
-              0)
+    ASSERT_EQ(
+        Run("lab " + sc +
+            " --days 0.3 --speed 20000 --daemon-log info --no-baseline --profile light --config "
+            "capped=" +
+            dev.HostPath("/capped.json") + " --out " + dev.HostPath("/lab")),
+        0)
         << Output();
     EXPECT_FALSE(dev.Exists("/lab/arms/overnight.without-quen"));
     EXPECT_EQ(dev.Read("/lab/arms/light.capped/root/odm/etc/power/quen.json"),

@@ -42,8 +42,8 @@ TEST_F(VirtualRunTest, AMonthRunTwiceGivesTheSameBytes) {
     const std::string sc = Scenario("{\"name\": \"month\", \"device\": \"" + device +
                                     "\", \"days\": 30, \"sample_minutes\": 60,"
                                     " \"model\": {\"aging_scale\": 3, \"seed\": 11}}");
-    ASSERT_EQ(Run(sc + " --out " + dev.HostPath("/a")), 0) << Output();
-    ASSERT_EQ(Run(sc + " --out " + dev.HostPath("/b")), 0) << Output();
+    ASSERT_EQ(Run(sc + " --daemon-log info --out " + dev.HostPath("/a")), 0) << Output();
+    ASSERT_EQ(Run(sc + " --daemon-log info --out " + dev.HostPath("/b")), 0) << Output();
     for (const char* file : {"/report.html", "/arms/default/trace.csv",
                              "/arms/default/kernel-writes.log", "/arms/without-quen/trace.csv"}) {
         const std::string a = dev.Read(std::string("/a") + file);

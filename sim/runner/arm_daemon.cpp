@@ -16,6 +16,7 @@
 namespace fs = std::filesystem;
 
 namespace sim {
+namespace {
 
 int CountErrorLines(const fs::path& log) {
     std::ifstream in(log);
@@ -39,6 +40,23 @@ std::string Tail(const fs::path& log, size_t lines) {
         out += "  " + all[i] + "\n";
     }
     return out;
+}
+
+}  // namespace
+
+int FinishDaemonArm(const ArmPlan& plan, Trace& trace, const fs::path& log, RunSummary& summary) {
+    trace.Close();
+    summary.kernelWrites = trace.Writes();
+    summary.writesByNode = trace.WritesByNode();
+    summary.logErrors = CountErrorLines(log);
+    if (!summary.ok && summary.outcome != "interrupted") {
+        fprintf(stderr, "quen-sim: %s: FAILED: %s; the end of its log (%s):\n%s", plan.name.c_str(),
+                summary.outcome.c_str(), log.c_str(), Tail(log, 20).c_str());
+    }
+    if (summary.outcome == "interrupted") {
+        return 130;
+    }
+    return summary.ok ? 0 : 1;
 }
 
 bool PrepareDaemonArm(const ArmPlan& plan, ModelParams& params, std::string& error) {
@@ -177,18 +195,7 @@ int RunDaemonArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, RunSumm
     summary.simulatedDays = day;
     progress.Show(day, summary.realSeconds, true);
     kernel.Unmount();
-    trace.Close();
-    summary.kernelWrites = trace.Writes();
-    summary.writesByNode = trace.WritesByNode();
-    summary.logErrors = CountErrorLines(log);
-    if (!summary.ok && summary.outcome != "interrupted") {
-        fprintf(stderr, "quen-sim: %s: FAILED: %s; the end of its log (%s):\n%s", plan.name.c_str(),
-                summary.outcome.c_str(), log.c_str(), Tail(log, 20).c_str());
-    }
-    if (summary.outcome == "interrupted") {
-        return 130;
-    }
-    return summary.ok ? 0 : 1;
+    return FinishDaemonArm(plan, trace, log, summary);
 }
 
 }  // namespace sim

@@ -49,9 +49,11 @@ private:
 // The start of an arm with the daemon: model parameters, the daemon binary, a fresh device
 // root at OUT/root with the arm's configuration. False with a message.
 bool PrepareDaemonArm(const ArmPlan& plan, ModelParams& params, std::string& error);
-// " E quen: " lines of a daemon log, and its last `lines` lines indented.
-int CountErrorLines(const std::filesystem::path& log);
-std::string Tail(const std::filesystem::path& log, size_t lines);
+// The end of an arm with the daemon, once it is stopped: closes the trace, counts the kernel
+// writes and the log's error lines, shows the log's end when the arm failed. Returns the arm's
+// exit status.
+int FinishDaemonArm(const ArmPlan& plan, Trace& trace, const std::filesystem::path& log,
+                    RunSummary& summary);
 
 // The arm with the daemon on the accelerated wall clock and the FUSE fake kernel, and on the
 // virtual clock with plain-file nodes.

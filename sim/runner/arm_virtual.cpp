@@ -159,18 +159,7 @@ int RunVirtualDaemonArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, 
     summary.realSeconds = (MonotonicNs() - realStart) * 1e-9;
     summary.simulatedDays = day;
     progress.Show(day, summary.realSeconds, true);
-    trace.Close();
-    summary.kernelWrites = trace.Writes();
-    summary.writesByNode = trace.WritesByNode();
-    summary.logErrors = CountErrorLines(log);
-    if (!summary.ok && summary.outcome != "interrupted") {
-        fprintf(stderr, "quen-sim: %s: FAILED: %s; the end of its log (%s):\n%s", plan.name.c_str(),
-                summary.outcome.c_str(), log.c_str(), Tail(log, 20).c_str());
-    }
-    if (summary.outcome == "interrupted") {
-        return 130;
-    }
-    return summary.ok ? 0 : 1;
+    return FinishDaemonArm(plan, trace, log, summary);
 }
 
 }  // namespace sim

@@ -51,7 +51,7 @@ Page* MapPage() {
     }
     close(fd);
     Page* page = map == MAP_FAILED ? nullptr : static_cast<Page*>(map);
-    if (page == nullptr || page->magic != VClockPage::kMagic || page->size != sizeof(Page)) {
+    if (page == nullptr || page->magic.load(std::memory_order_acquire) != VClockPage::kMagic || page->size != sizeof(Page)) {
         fprintf(stderr, "quen: QUEN_VCLOCK %s is not a clock page; using the real clock\n", path);
         return nullptr;
     }

@@ -71,7 +71,7 @@ struct Node {
 };
 
 struct Page {
-    uint32_t magic;
+    std::atomic<uint32_t> magic;  // set last, once the rest is in place
     uint32_t size;
     std::atomic<int64_t> monoNs;
     std::atomic<int64_t> wallAtZeroNs;    // wall time when monoNs was 0

@@ -64,8 +64,7 @@ std::unique_ptr<VirtualClock> VirtualClock::Create(const std::string& path, int6
     page->slotCount.store(1);
     page->resume.store(-1);
     page->turn.store(0);
-    std::atomic_thread_fence(std::memory_order_release);
-    page->magic = VClockPage::kMagic;
+    page->magic.store(VClockPage::kMagic, std::memory_order_release);
     return std::unique_ptr<VirtualClock>(new VirtualClock(path, page));
 }
 

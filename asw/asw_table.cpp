@@ -38,6 +38,7 @@ bool AswTable::HasAxes() const {
 
 void AswTable::InitValueSpace() {
     if (!HasAxes() || !table_.isNull()) {
+        legal_ = CheckLegal();
         return;
     }
     Json::Value row(Json::arrayValue);
@@ -48,9 +49,10 @@ void AswTable::InitValueSpace() {
     for (Json::ArrayIndex i = 0; i <= y_.size(); ++i) {
         table_.append(row);
     }
+    legal_ = CheckLegal();
 }
 
-bool AswTable::IsLegal() const {
+bool AswTable::CheckLegal() const {
     if (!HasAxes() || !table_.isArray() || table_.size() != y_.size() + 1) {
         return false;
     }

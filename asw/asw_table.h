@@ -36,7 +36,7 @@ public:
     AswTable& operator=(const AswTable& other) = default;
     virtual ~AswTable() = default;
 
-    bool IsLegal() const;
+    bool IsLegal() const { return legal_; }
     // Same non-empty array axes; the cells are not compared.
     bool operator==(const AswTable& other) const;
     // Adds the other table cell by cell when both are legal with equal axes; else no change.
@@ -60,6 +60,10 @@ public:
 private:
     void InitValueSpace();
     bool HasAxes() const;
+    // Legality is decided when the table is made: no later change can alter it, since writes
+    // go to cells of a legal table (row lengths stay) or, on an illegal one, to cell [0][0],
+    // which cannot give it the required rows.
+    bool CheckLegal() const;
     // Cell [row][column], or null when it does not exist; Row and Column are its two steps.
     const Json::Value& Cell(Json::ArrayIndex row, Json::ArrayIndex column) const;
     const Json::Value& Row(Json::ArrayIndex row) const;
@@ -72,6 +76,7 @@ private:
     Json::Value x_;
     Json::Value y_;
     Json::Value table_;
+    bool legal_ = false;
     mutable std::vector<ExtraJValue::Number> numbers_;
     mutable bool numbersValid_ = false;
     // The cell operator() handed out since numbers_ was built (row * (nx + 1) + column), or

@@ -126,6 +126,17 @@ TEST(AswTableTest, IllegalTablesSendEverythingToFirstCell) {
         EXPECT_EQ(cell, I(0));
         cell = U(30);
         EXPECT_EQ(t.Table()[0][0], U(30));
+        // Writing the first cell never makes the table legal: a new table of the same cells
+        // agrees.
+        EXPECT_FALSE(t.IsLegal());
+        EXPECT_FALSE(AswTable(kVbat, kTemp, t.Table()).IsLegal());
+    }
+    // Nor does it on a table that starts out empty or with an empty first row.
+    for (const char* text : {"[]", "[[],[1,2,3],[1,2,3]]"}) {
+        AswTable t(kVbat, kTemp, ParseJson(text));
+        t(U(0), U(0)) = U(1);
+        EXPECT_FALSE(t.IsLegal()) << text;
+        EXPECT_FALSE(AswTable(kVbat, kTemp, t.Table()).IsLegal()) << text;
     }
     // Empty axes: no table is built and none is legal.
     AswTable empty(Json::Value(Json::arrayValue), kTemp);

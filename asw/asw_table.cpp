@@ -21,27 +21,6 @@ Json::ArrayIndex BinOf(const Json::Value& axis, const Json::Value& v) {
     return axis.size();
 }
 
-// The cells of one row in column order, null where the row has none (as AswTable::Column
-// gives them), walked with the row's iterator instead of a lookup per cell.
-class RowCursor {
-public:
-    explicit RowCursor(const Json::Value& row)
-        : array_(row.isArray()), it_(row.begin()), end_(row.end()) {}
-
-    // The cell of `column`; columns must be asked for in increasing order from 0.
-    const Json::Value& Cell(Json::ArrayIndex column) {
-        if (array_ && it_ != end_ && it_.index() == column) {
-            return *it_++;
-        }
-        return NullValue();
-    }
-
-private:
-    const bool array_;
-    Json::ValueConstIterator it_;
-    const Json::ValueConstIterator end_;
-};
-
 }  // namespace
 
 AswTable::AswTable(const Json::Value& x, const Json::Value& y, const Json::Value& table)
@@ -59,6 +38,7 @@ bool AswTable::HasAxes() const {
 
 void AswTable::InitValueSpace() {
     if (!HasAxes() || !table_.isNull()) {
+        legal_ = CheckLegal();
         return;
     }
     Json::Value row(Json::arrayValue);
@@ -69,9 +49,10 @@ void AswTable::InitValueSpace() {
     for (Json::ArrayIndex i = 0; i <= y_.size(); ++i) {
         table_.append(row);
     }
+    legal_ = CheckLegal();
 }
 
-bool AswTable::IsLegal() const {
+bool AswTable::CheckLegal() const {
     if (!HasAxes() || !table_.isArray() || table_.size() != y_.size() + 1) {
         return false;
     }
@@ -105,10 +86,32 @@ const Json::Value& AswTable::Cell(Json::ArrayIndex row, Json::ArrayIndex column)
     return Column(Row(row), column);
 }
 
+const std::vector<ExtraJValue::Number>& AswTable::Numbers() const {
+    const Json::ArrayIndex columns = x_.size() + 1;
+    if (!numbersValid_) {
+        numbers_.clear();
+        numbers_.reserve(static_cast<size_t>(y_.size() + 1) * columns);
+        for (Json::ArrayIndex i = 0; i <= y_.size(); ++i) {
+            const Json::Value& row = Row(i);
+            for (Json::ArrayIndex j = 0; j < columns; ++j) {
+                numbers_.push_back(ExtraJValue::Number::Of(Column(row, j)));
+            }
+        }
+        numbersValid_ = true;
+    } else if (staleCell_ != kNoCell) {
+        const auto row = static_cast<Json::ArrayIndex>(staleCell_ / columns);
+        const auto column = static_cast<Json::ArrayIndex>(staleCell_ % columns);
+        numbers_[staleCell_] = ExtraJValue::Number::Of(Cell(row, column));
+    }
+    staleCell_ = kNoCell;
+    return numbers_;
+}
+
 AswTable& AswTable::operator+=(const AswTable& other) {
     if (!IsLegal() || !other.IsLegal() || !(*this == other)) {
         return *this;
     }
+    ForgetNumbers();
     for (Json::ArrayIndex i = 0; i <= y_.size(); ++i) {
         for (Json::ArrayIndex j = 0; j <= x_.size(); ++j) {
             Json::Value& cell = table_[i][j];
@@ -122,22 +125,20 @@ Json::Value AswTable::operator*(const AswTable& other) const {
     if (!(*this == other)) {
         return Json::Value();
     }
-    // Cell(i, j) of both tables, row by row without a lookup per cell: this runs twice per pass.
-    const Json::ArrayIndex ny = y_.size();
-    const Json::ArrayIndex nx = x_.size();
+    // Cell(i, j) of both tables in row order (equal axes: equal shapes). This runs twice per
+    // pass, so it works on the numbers kept beside the JSON cells.
+    const std::vector<ExtraJValue::Number>& mine = Numbers();
+    const std::vector<ExtraJValue::Number>& theirs = other.Numbers();
     ExtraJValue::Sum sum(Json::Value(Json::Int(0)));
-    for (Json::ArrayIndex i = 0; i <= ny; ++i) {
-        RowCursor mine(Row(i));
-        RowCursor theirs(other.Row(i));
-        for (Json::ArrayIndex j = 0; j <= nx; ++j) {
-            sum.AddProduct(mine.Cell(j), theirs.Cell(j));
-        }
+    for (size_t k = 0; k < mine.size(); ++k) {
+        sum.AddProduct(mine[k], theirs[k]);
     }
     return sum.Value();
 }
 
 Json::Value& AswTable::operator()(const Json::Value& x, const Json::Value& y) {
     if (!IsLegal()) {
+        ForgetNumbers();
         if (!table_.isArray()) {
             table_ = Json::Value(Json::arrayValue);
         }
@@ -148,7 +149,14 @@ Json::Value& AswTable::operator()(const Json::Value& x, const Json::Value& y) {
         cell = Json::Value(Json::Int(0));
         return cell;
     }
-    return table_[BinOf(y_, y)][BinOf(x_, x)];
+    const Json::ArrayIndex row = BinOf(y_, y);
+    const Json::ArrayIndex column = BinOf(x_, x);
+    const size_t cell = static_cast<size_t>(row) * (x_.size() + 1) + column;
+    if (staleCell_ != kNoCell && staleCell_ != cell) {
+        ForgetNumbers();  // only one handed-out cell is tracked
+    }
+    staleCell_ = cell;
+    return table_[row][column];
 }
 
 Json::Value AswTable::AccumulateX(const Json::Value& threshold) const {

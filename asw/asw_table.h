@@ -14,10 +14,18 @@
 // and every row is an array of exactly nx + 1 elements. Nothing here throws on a malformed
 // table: cell access on an illegal table resets cell [0][0] to 0 and returns it.
 //
+// A product reads the cells of both tables as numbers kept beside the JSON table: built at the
+// first product, refreshed for the one cell operator() handed out since, rebuilt after any
+// other change. A product therefore costs a pass over plain numbers, not over JSON values.
+//
 // No shared state; one thread per object.
 #pragma once
 
 #include <json/json.h>
+
+#include <vector>
+
+#include "asw/extra_j_value.h"
 
 class AswTable {
 public:
@@ -28,7 +36,7 @@ public:
     AswTable& operator=(const AswTable& other) = default;
     virtual ~AswTable() = default;
 
-    bool IsLegal() const;
+    bool IsLegal() const { return legal_; }
     // Same non-empty array axes; the cells are not compared.
     bool operator==(const AswTable& other) const;
     // Adds the other table cell by cell when both are legal with equal axes; else no change.
@@ -36,7 +44,8 @@ public:
     // Sum over all cells of cell * other cell (signed 0 for no cells); null unless the axes
     // are equal.
     Json::Value operator*(const AswTable& other) const;
-    // The cell of the bin holding (x, y).
+    // The cell of the bin holding (x, y). The reference is for changing the cell at once: it
+    // must not be kept past the next call on this table.
     Json::Value& operator()(const Json::Value& x, const Json::Value& y);
     // Sum of the cells of every row in columns j = 1..nx with j == nx or t < X[j]
     // (column 0 is never counted).
@@ -51,12 +60,27 @@ public:
 private:
     void InitValueSpace();
     bool HasAxes() const;
+    // Legality is decided when the table is made: no later change can alter it, since writes
+    // go to cells of a legal table (row lengths stay) or, on an illegal one, to cell [0][0],
+    // which cannot give it the required rows.
+    bool CheckLegal() const;
     // Cell [row][column], or null when it does not exist; Row and Column are its two steps.
     const Json::Value& Cell(Json::ArrayIndex row, Json::ArrayIndex column) const;
     const Json::Value& Row(Json::ArrayIndex row) const;
     static const Json::Value& Column(const Json::Value& row, Json::ArrayIndex column);
+    // Cell(i, j) of every i <= ny, j <= nx as numbers, row by row; only with axes.
+    const std::vector<ExtraJValue::Number>& Numbers() const;
+    // Drops the numbers after a change that can touch any cell.
+    void ForgetNumbers() { numbersValid_ = false; }
 
     Json::Value x_;
     Json::Value y_;
     Json::Value table_;
+    bool legal_ = false;
+    mutable std::vector<ExtraJValue::Number> numbers_;
+    mutable bool numbersValid_ = false;
+    // The cell operator() handed out since numbers_ was built (row * (nx + 1) + column), or
+    // kNoCell; it is read again before the numbers are used.
+    static constexpr size_t kNoCell = static_cast<size_t>(-1);
+    mutable size_t staleCell_ = kNoCell;
 };

@@ -7,12 +7,7 @@ namespace {
 
 constexpr double kEpsilon = 1e-6;
 
-// A JSON number as the rules see it: its kind (nullValue for anything that is not numeric)
-// and its value as asDouble() gives it.
-struct Number {
-    Json::ValueType kind;
-    double value;
-};
+using Number = ExtraJValue::Number;
 
 Number FromJson(const Json::Value& v) {
     return ExtraJValue::IsNumeric(v) ? Number{v.type(), v.asDouble()} : Number{Json::nullValue, 0};
@@ -81,14 +76,18 @@ double Times(double a, double b) {
 
 }  // namespace
 
+ExtraJValue::Number ExtraJValue::Number::Of(const Json::Value& v) {
+    return FromJson(v);
+}
+
 ExtraJValue::Sum::Sum(const Json::Value& start) {
     const Number n = FromJson(start);
     kind_ = n.kind;
     value_ = n.value;
 }
 
-void ExtraJValue::Sum::AddProduct(const Json::Value& a, const Json::Value& b) {
-    const Number product = CalculateNumbers(FromJson(a), FromJson(b), Times);
+void ExtraJValue::Sum::AddProduct(const Number& a, const Number& b) {
+    const Number product = CalculateNumbers(a, b, Times);
     const Number sum = CalculateNumbers(Number{kind_, value_}, product, Plus);
     kind_ = sum.kind;
     value_ = sum.value;

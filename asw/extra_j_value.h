@@ -42,12 +42,21 @@ public:
     static Json::Value Add(const Json::Value& a, const Json::Value& b);
     static Json::Value Multiply(const Json::Value& a, const Json::Value& b);
 
+    // A JSON value reduced to what the rules look at: its kind (nullValue for anything that
+    // is not numeric) and its value as asDouble() gives it. Lets a caller read a table once
+    // and compute with it many times.
+    struct Number {
+        Json::ValueType kind;
+        double value;
+        static Number Of(const Json::Value& v);
+    };
+
     // A running sum of products: each step is sum = sum + a * b with the rules above, the sum
     // kept as a plain number between steps (the inner loop of a table product).
     class Sum {
     public:
         explicit Sum(const Json::Value& start);
-        void AddProduct(const Json::Value& a, const Json::Value& b);
+        void AddProduct(const Number& a, const Number& b);
         Json::Value Value() const;
 
     private:

@@ -126,6 +126,17 @@ TEST(AswTableTest, IllegalTablesSendEverythingToFirstCell) {
         EXPECT_EQ(cell, I(0));
         cell = U(30);
         EXPECT_EQ(t.Table()[0][0], U(30));
+        // Writing the first cell never makes the table legal: a new table of the same cells
+        // agrees.
+        EXPECT_FALSE(t.IsLegal());
+        EXPECT_FALSE(AswTable(kVbat, kTemp, t.Table()).IsLegal());
+    }
+    // Nor does it on a table that starts out empty or with an empty first row.
+    for (const char* text : {"[]", "[[],[1,2,3],[1,2,3]]"}) {
+        AswTable t(kVbat, kTemp, ParseJson(text));
+        t(U(0), U(0)) = U(1);
+        EXPECT_FALSE(t.IsLegal()) << text;
+        EXPECT_FALSE(AswTable(kVbat, kTemp, t.Table()).IsLegal()) << text;
     }
     // Empty axes: no table is built and none is legal.
     AswTable empty(Json::Value(Json::arrayValue), kTemp);
@@ -167,6 +178,43 @@ TEST(AswTableTest, SumsProductsAndAccumulationsSkipBinZero) {
     EXPECT_EQ(t.AccumulateX(U(4294967295u)), U(4 + 7 + 10));
     EXPECT_EQ(t.AccumulateY(U(0)), U(5 + 6 + 7 + 8 + 9 + 10));
     EXPECT_EQ(t.AccumulateY(U(45)), U(8 + 9 + 10));
+}
+
+// A product reads numbers kept beside the JSON cells: every way a cell can change must show
+// in the next product, as a product over the JSON table itself would give it.
+TEST(AswTableTest, ProductSeesEveryChangeOfTheCells) {
+    const AswTable rates(kVbat, kTemp, ParseJson("[[1,2,3],[4,5,6],[7,8,9]]"));
+    AswTable seconds(kVbat, kTemp);
+    EXPECT_EQ(rates * seconds, I(0));
+    // The handed-out cell, changed after the numbers were built.
+    seconds(U(3801), U(26)) = U(10);  // [1][1], rate 5
+    EXPECT_EQ(rates * seconds, U(50));
+    Json::Value& cell = seconds(U(3801), U(26));
+    cell = ExtraJValue(cell) + ExtraJValue(U(2));
+    EXPECT_EQ(rates * seconds, U(60));
+    // Two cells changed between products: both count.
+    seconds(U(3700), U(20)) = U(1);  // [0][0], rate 1
+    seconds(U(4300), U(50)) = U(1);  // [2][2], rate 9
+    EXPECT_EQ(rates * seconds, U(70));
+    // A real cell turns the sum real; a text cell makes it null, and a number back restores it.
+    seconds(U(4300), U(50)) = R(0.5);
+    EXPECT_EQ((rates * seconds).type(), Json::realValue);
+    EXPECT_DOUBLE_EQ((rates * seconds).asDouble(), 65.5);
+    seconds(U(4300), U(50)) = Json::Value("x");
+    EXPECT_TRUE((rates * seconds).isNull());
+    seconds(U(4300), U(50)) = U(0);
+    EXPECT_EQ(rates * seconds, U(61));
+    // A merge and an assignment replace cells wholesale.
+    seconds += AswTable(kVbat, kTemp, ParseJson("[[0,0,0],[0,0,0],[1,0,0]]"));  // [2][0], rate 7
+    EXPECT_EQ(rates * seconds, U(68));
+    AswTable copy = seconds;
+    seconds = AswTable(kVbat, kTemp);
+    EXPECT_EQ(rates * seconds, I(0));
+    EXPECT_EQ(rates * copy, U(68));
+    // The kept numbers of the left operand are refreshed too.
+    AswTable left = copy;
+    left(U(3801), U(26)) = U(0);
+    EXPECT_EQ(left * rates, U(8));
 }
 
 TEST(AswCommonTest, DeviceReadSentinelsAndStubMap) {

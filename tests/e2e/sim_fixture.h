@@ -92,9 +92,17 @@ protected:
         }
         return true;
     }
+    // True while the daemon runs; once it has ended, false, and Log() says how it ended.
     bool Alive() {
+        const bool started = daemon.Pid() > 0;
         int status = 0;
-        return daemon.Running(status);
+        if (daemon.Running(status)) {
+            return true;
+        }
+        if (started) {
+            ended = sim::DaemonProcess::Describe(status);
+        }
+        return false;
     }
     // Waits for a write to `node` equal to `value` (or any write, when empty).
     bool Written(const std::string& node, const std::string& value, size_t& from,
@@ -109,13 +117,15 @@ protected:
         int status = system(cmd.c_str());
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
-    // The daemon's log and every kernel write, for failure messages.
+    // The daemon's log, every kernel write and, once Alive() saw it end, how it ended, for
+    // failure messages.
     std::string Log() {
         std::string writes;
         for (const auto& w : nodes.History()) {
             writes += w.path + " <- " + (w.data.size() == 16 ? "(16 bytes)" : w.data) + "\n";
         }
-        return dev.Read("/quen.log") + "\nkernel writes:\n" + writes;
+        std::string end = ended.empty() ? "" : "\nthe daemon " + ended + "\n";
+        return dev.Read("/quen.log") + "\nkernel writes:\n" + writes + end;
     }
     // Waits (real time, bounded) until the log holds `text` at least `count` times.
     bool Logged(const std::string& text, int count = 1, seconds timeout = seconds(60)) {
@@ -151,6 +161,7 @@ protected:
     sim::FileNodes nodes;
     std::unique_ptr<sim::FakeKernel> kernel;
     sim::DaemonProcess daemon;
+    std::string ended;  // how the daemon ended, as Alive() found it: "exited with 1", ...
     sim::SimClock clock{0, 0, 0};
 };
 

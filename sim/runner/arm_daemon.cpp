@@ -59,7 +59,8 @@ int FinishDaemonArm(const ArmPlan& plan, Trace& trace, const fs::path& log, RunS
     return summary.ok ? 0 : 1;
 }
 
-bool PrepareDaemonArm(const ArmPlan& plan, ModelParams& params, std::string& error) {
+bool PrepareDaemonArm(const ArmPlan& plan, const std::string& rootDir, ModelParams& params,
+                      std::string& error) {
     const Scenario& sc = plan.scenario;
     if (!LoadModelParams(sc.model, params, error)) {
         error = "\"model\": " + error;
@@ -69,7 +70,7 @@ bool PrepareDaemonArm(const ArmPlan& plan, ModelParams& params, std::string& err
         error = "the daemon " + plan.quen + " cannot be run (build it, or pass --quen)";
         return false;
     }
-    const fs::path root = fs::path(plan.outDir) / "root";
+    const fs::path root = rootDir;
     if (!PrepareRoot(sc, root.string(), error)) {
         return false;
     }
@@ -96,7 +97,7 @@ int RunDaemonArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, RunSumm
         error = "the fake kernel needs FUSE: " + error;
         return 2;
     }
-    if (!PrepareDaemonArm(plan, params, error)) {
+    if (!PrepareDaemonArm(plan, (fs::path(plan.outDir) / "root").string(), params, error)) {
         return 2;
     }
     const fs::path out = plan.outDir;

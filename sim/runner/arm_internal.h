@@ -47,8 +47,9 @@ private:
 };
 
 // The start of an arm with the daemon: model parameters, the daemon binary, a fresh device
-// root at OUT/root with the arm's configuration. False with a message.
-bool PrepareDaemonArm(const ArmPlan& plan, ModelParams& params, std::string& error);
+// root at `rootDir` with the arm's configuration. False with a message.
+bool PrepareDaemonArm(const ArmPlan& plan, const std::string& rootDir, ModelParams& params,
+                      std::string& error);
 // The end of an arm with the daemon, once it is stopped: closes the trace, counts the kernel
 // writes and the log's error lines, shows the log's end when the arm failed. Returns the arm's
 // exit status.

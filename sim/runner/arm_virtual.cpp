@@ -14,6 +14,7 @@
 #include "sim/runner/daemon_process.h"
 #include "sim/vclock/file_kernel.h"
 #include "sim/vclock/virtual_clock.h"
+#include "sim/vclock/work_dir.h"
 
 namespace fs = std::filesystem;
 
@@ -37,14 +38,17 @@ double ChildrenCpuSeconds() {
 int RunVirtualDaemonArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, RunSummary& summary,
                         std::string& error) {
     const Scenario& sc = plan.scenario;
+    const fs::path out = plan.outDir;
+    std::error_code ec;
+    fs::remove_all(out / "root", ec);  // an earlier run's; this one's is moved there at the end
+    WorkDir work(out.string());
+    const fs::path root = fs::path(work.Path()) / "root";
     ModelParams params;
-    if (!PrepareDaemonArm(plan, params, error)) {
+    if (!PrepareDaemonArm(plan, root.string(), params, error)) {
         return 2;
     }
-    const fs::path out = plan.outDir;
-    const fs::path root = out / "root";
-    std::unique_ptr<VirtualClock> clock =
-        VirtualClock::Create((out / ".vclock").string(), sc.startEpoch * kNsPerSec, error);
+    std::unique_ptr<VirtualClock> clock = VirtualClock::Create(
+        (fs::path(work.Path()) / ".vclock").string(), sc.startEpoch * kNsPerSec, error);
     if (clock == nullptr) {
         return 2;
     }
@@ -159,6 +163,10 @@ int RunVirtualDaemonArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, 
     summary.realSeconds = (MonotonicNs() - realStart) * 1e-9;
     summary.simulatedDays = day;
     progress.Show(day, summary.realSeconds, true);
+    kernel.reset();  // its node files stay open until then
+    if (!work.MoveOut("root", (out / "root").string(), error)) {
+        fprintf(stderr, "quen-sim: %s: %s\n", plan.name.c_str(), error.c_str());
+    }
     return FinishDaemonArm(plan, trace, log, summary);
 }
 

@@ -3,6 +3,8 @@
 // master gets out when the daemon dies or stops yielding.
 #include "sim/vclock/virtual_clock.h"
 
+#include <sys/stat.h>
+
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -21,6 +23,7 @@
 
 #include "platform/soh_clock.h"
 #include "platform/soh_thread.h"
+#include "sim/vclock/work_dir.h"
 
 namespace {
 
@@ -177,6 +180,50 @@ TEST_F(VirtualClockTest, ADeadOrHoggingDaemonEndsTheTurnInsteadOfHangingTheMaste
     clock_->AdvanceTo(clock_->NextDeadline());
     EXPECT_EQ(Run(), sim::VirtualClock::Outcome::kStalled);
     EXPECT_EQ(clock_->StalledRole(), "main");
+}
+
+}  // namespace
+
+namespace {
+
+TEST(WorkDirTest, FoldersOfGoneRunsAreRemovedAndTheRootIsMovedOut) {
+    char tmpl[] = "/tmp/quen-workdir-XXXXXX";
+    const std::string base = mkdtemp(tmpl);
+    sim::WorkDir::Base() = base;
+    pid_t gone = fork();
+    if (gone == 0) {
+        _exit(0);
+    }
+    waitpid(gone, nullptr, 0);
+    const std::string stale = base + "/quen-sim-" + std::to_string(gone) + "-abcdef";
+    const std::string live = base + "/quen-sim-" + std::to_string(getpid()) + "-ghijkl";
+    ASSERT_EQ(mkdir(stale.c_str(), 0700), 0);
+    ASSERT_EQ(mkdir(live.c_str(), 0700), 0);
+    const std::string out = base + "/out";
+    ASSERT_EQ(mkdir(out.c_str(), 0700), 0);
+    std::string moved;
+    {
+        sim::WorkDir work(out);
+        ASSERT_TRUE(work.InMemory());
+        EXPECT_NE(work.Path(), out);
+        EXPECT_NE(access(stale.c_str(), F_OK), 0) << "the gone run's folder stays";
+        EXPECT_EQ(access(live.c_str(), F_OK), 0) << "a running process's folder went";
+        ASSERT_EQ(mkdir((work.Path() + "/root").c_str(), 0700), 0);
+        std::ofstream(work.Path() + "/root/record") << "kept";
+        std::string error;
+        ASSERT_TRUE(work.MoveOut("root", out + "/root", error)) << error;
+        moved = work.Path();
+    }
+    std::ifstream record(out + "/root/record");
+    std::string text;
+    record >> text;
+    EXPECT_EQ(text, "kept");
+    EXPECT_NE(access(moved.c_str(), F_OK), 0) << "the work folder outlived its run";
+    sim::WorkDir::Base() = base + "/none";  // cannot be written: the result folder is used
+    sim::WorkDir fallback(out);
+    EXPECT_FALSE(fallback.InMemory());
+    EXPECT_EQ(fallback.Path(), out);
+    system(("rm -rf " + base).c_str());
 }
 
 }  // namespace

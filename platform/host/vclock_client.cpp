@@ -21,14 +21,6 @@ namespace {
 using VClockPage::Page;
 using VClockPage::Slot;
 
-// Busy-wait iterations before a waiter sleeps on its futex (QUEN_VCLOCK_SPIN, default 0).
-int Spins() {
-    static const int spins = [] {
-        const char* s = getenv("QUEN_VCLOCK_SPIN");
-        return s != nullptr ? atoi(s) : 0;
-    }();
-    return spins;
-}
 // A sleeping waiter looks at its word again at least this often (real ns), so that a lost
 // wake-up costs a pause, never a hang.
 constexpr int64_t kFutexSliceNs = 50000000LL;
@@ -51,7 +43,8 @@ Page* MapPage() {
     }
     close(fd);
     Page* page = map == MAP_FAILED ? nullptr : static_cast<Page*>(map);
-    if (page == nullptr || page->magic.load(std::memory_order_acquire) != VClockPage::kMagic || page->size != sizeof(Page)) {
+    if (page == nullptr || page->magic.load(std::memory_order_acquire) != VClockPage::kMagic ||
+        page->size != sizeof(Page)) {
         fprintf(stderr, "quen: QUEN_VCLOCK %s is not a clock page; using the real clock\n", path);
         return nullptr;
     }
@@ -83,20 +76,20 @@ int MySlot() {
 
 void GiveTurnBack(Page* page) {
     gHandoff.fetch_add(1, std::memory_order_acq_rel);
-    page->turn.store(VClockPage::kMasterTurn, std::memory_order_release);
-    if (page->masterWaiting.load(std::memory_order_acquire) != 0) {
+    // Sequentially consistent, like the master's side: its "waiting" flag and this store must
+    // not be seen in the other order, or its wake-up is lost for a slice.
+    page->turn.store(VClockPage::kMasterTurn, std::memory_order_seq_cst);
+    if (page->masterWaiting.load(std::memory_order_seq_cst) != 0) {
         VClockPage::FutexWake(&page->turn);
     }
 }
 
 // Waits until the slot's grant count moves past `seen`.
 void AwaitGrant(Slot& slot, uint32_t seen) {
-    for (int i = 0; slot.go.load(std::memory_order_acquire) == seen; ++i) {
-        if (i < Spins()) {
-            VClockPage::CpuRelax();
-        } else {
-            VClockPage::FutexWait(&slot.go, seen, kFutexSliceNs);
-        }
+    // No busy wait: it would count as the daemon's CPU time, and the master's step between
+    // two turns of a thread is longer than a futex wake-up.
+    while (slot.go.load(std::memory_order_acquire) == seen) {
+        VClockPage::FutexWait(&slot.go, seen, kFutexSliceNs);
     }
     gHandoff.fetch_add(1, std::memory_order_acq_rel);
 }

@@ -76,7 +76,7 @@ struct Page {
     std::atomic<int64_t> monoNs;
     std::atomic<int64_t> wallAtZeroNs;    // wall time when monoNs was 0
     std::atomic<int32_t> turn;            // futex word: the slot that runs, or kMasterTurn
-    std::atomic<uint32_t> masterWaiting;  // the master sleeps on `turn` (else it spins)
+    std::atomic<uint32_t> masterWaiting;  // the master sleeps on `turn`: wake it
     std::atomic<uint32_t> slotCount;      // slots ever taken
     std::atomic<uint32_t> nodeCount;
     std::atomic<int32_t> resume;  // a slot that handed over and runs next, -1 none
@@ -99,16 +99,6 @@ inline void FutexWait(const void* word, uint32_t expected, int64_t timeoutNs) {
 
 inline void FutexWake(const void* word) {
     syscall(SYS_futex, word, FUTEX_WAKE, 1, nullptr, nullptr, 0);
-}
-
-// A short busy wait before sleeping on a futex: a hand-off between two cores is then a few
-// hundred nanoseconds instead of a wake-up through the scheduler.
-inline void CpuRelax() {
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#elif defined(__aarch64__)
-    asm volatile("yield");
-#endif
 }
 
 }  // namespace VClockPage

@@ -16,14 +16,6 @@ namespace {
 using VClockPage::Page;
 using VClockPage::Slot;
 
-// Busy-wait iterations before sleeping on the turn word (QUEN_VCLOCK_MASTER_SPIN, default 0).
-int Spins() {
-    static const int spins = [] {
-        const char* s = getenv("QUEN_VCLOCK_MASTER_SPIN");
-        return s != nullptr ? atoi(s) : 0;
-    }();
-    return spins;
-}
 constexpr int64_t kSliceNs = 50 * 1000000LL;  // real time between liveness checks
 
 int64_t RealMonoNs() {
@@ -147,14 +139,10 @@ int VirtualClock::PickNext(uint32_t* reason) {
 
 bool VirtualClock::AwaitTurn(int slot, const std::function<bool()>& alive) {
     const int64_t began = RealMonoNs();
-    for (int i = 0;; ++i) {
+    for (;;) {
         const int32_t turn = page_->turn.load(std::memory_order_acquire);
         if (turn == VClockPage::kMasterTurn) {
             return true;
-        }
-        if (i < Spins()) {
-            VClockPage::CpuRelax();
-            continue;
         }
         page_->masterWaiting.store(1, std::memory_order_seq_cst);
         if (page_->turn.load(std::memory_order_seq_cst) == turn) {

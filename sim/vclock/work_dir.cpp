@@ -30,6 +30,27 @@ void RemoveStale(const std::string& base) {
     }
 }
 
+// Copies the tree at `from` to `to`: folders, regular files and links. Sockets and FIFOs (the
+// control service's socket) are left out: they mean nothing once their process is gone.
+void CopyTree(const fs::path& from, const fs::path& to, std::error_code& ec) {
+    fs::create_directories(to, ec);
+    for (auto it = fs::recursive_directory_iterator(from, ec);
+         !ec && it != fs::recursive_directory_iterator(); it.increment(ec)) {
+        const fs::path target = to / it->path().lexically_relative(from);
+        const fs::file_status st = it->symlink_status(ec);
+        if (ec) {
+            return;
+        }
+        if (fs::is_symlink(st)) {
+            fs::copy_symlink(it->path(), target, ec);
+        } else if (fs::is_directory(st)) {
+            fs::create_directories(target, ec);
+        } else if (fs::is_regular_file(st)) {
+            fs::copy_file(it->path(), target, fs::copy_options::overwrite_existing, ec);
+        }
+    }
+}
+
 }  // namespace
 
 std::string& WorkDir::Base() {
@@ -66,7 +87,7 @@ bool WorkDir::MoveOut(const std::string& name, const std::string& to, std::strin
     fs::rename(from, to, ec);  // works when both are on one file system
     if (ec) {
         ec.clear();
-        fs::copy(from, to, fs::copy_options::recursive | fs::copy_options::copy_symlinks, ec);
+        CopyTree(from, to, ec);
         if (ec) {
             error = "cannot move " + from.string() + " to " + to + ": " + ec.message();
             return false;

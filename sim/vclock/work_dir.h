@@ -22,8 +22,9 @@ public:
 
     const std::string& Path() const { return path_; }
     bool InMemory() const { return inMemory_; }
-    // Moves `name` (a file or folder in Path()) to `to` (replaced), when in memory. False with
-    // a message when it could not be moved.
+    // Moves the folder `name` in Path() to `to` (replaced), when in memory: its folders,
+    // regular files and links (no socket or FIFO). False with a message when it could not be
+    // moved.
     bool MoveOut(const std::string& name, const std::string& to, std::string& error);
 
     // The folders in memory are made under this one (tests point it elsewhere).

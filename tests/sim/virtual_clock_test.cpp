@@ -3,7 +3,9 @@
 // master gets out when the daemon dies or stops yielding.
 #include "sim/vclock/virtual_clock.h"
 
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -187,8 +189,13 @@ TEST_F(VirtualClockTest, ADeadOrHoggingDaemonEndsTheTurnInsteadOfHangingTheMaste
 namespace {
 
 TEST(WorkDirTest, FoldersOfGoneRunsAreRemovedAndTheRootIsMovedOut) {
-    char tmpl[] = "/tmp/quen-workdir-XXXXXX";
-    const std::string base = mkdtemp(tmpl);
+    // In memory where there is such a folder, so that the move crosses file systems.
+    char tmpl[] = "/dev/shm/quen-workdir-XXXXXX";
+    char fallbackTmpl[] = "/tmp/quen-workdir-XXXXXX";
+    const char* made = mkdtemp(tmpl);
+    const std::string base = made != nullptr ? made : mkdtemp(fallbackTmpl);
+    char outTmpl[] = "/tmp/quen-workdir-out-XXXXXX";
+    const std::string outBase = mkdtemp(outTmpl);
     sim::WorkDir::Base() = base;
     pid_t gone = fork();
     if (gone == 0) {
@@ -199,7 +206,7 @@ TEST(WorkDirTest, FoldersOfGoneRunsAreRemovedAndTheRootIsMovedOut) {
     const std::string live = base + "/quen-sim-" + std::to_string(getpid()) + "-ghijkl";
     ASSERT_EQ(mkdir(stale.c_str(), 0700), 0);
     ASSERT_EQ(mkdir(live.c_str(), 0700), 0);
-    const std::string out = base + "/out";
+    const std::string out = outBase + "/out";
     ASSERT_EQ(mkdir(out.c_str(), 0700), 0);
     std::string moved;
     {
@@ -210,6 +217,14 @@ TEST(WorkDirTest, FoldersOfGoneRunsAreRemovedAndTheRootIsMovedOut) {
         EXPECT_EQ(access(live.c_str(), F_OK), 0) << "a running process's folder went";
         ASSERT_EQ(mkdir((work.Path() + "/root").c_str(), 0700), 0);
         std::ofstream(work.Path() + "/root/record") << "kept";
+        ASSERT_EQ(symlink("record", (work.Path() + "/root/link").c_str()), 0);
+        // The daemon's control socket is left behind.
+        const int sock = socket(AF_UNIX, SOCK_STREAM, 0);
+        struct sockaddr_un addr {};
+        addr.sun_family = AF_UNIX;
+        snprintf(addr.sun_path, sizeof(addr.sun_path), "%s/root/soh.service", work.Path().c_str());
+        ASSERT_EQ(bind(sock, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0);
+        close(sock);
         std::string error;
         ASSERT_TRUE(work.MoveOut("root", out + "/root", error)) << error;
         moved = work.Path();
@@ -218,12 +233,15 @@ TEST(WorkDirTest, FoldersOfGoneRunsAreRemovedAndTheRootIsMovedOut) {
     std::string text;
     record >> text;
     EXPECT_EQ(text, "kept");
+    char link[16] = "";
+    EXPECT_GT(readlink((out + "/root/link").c_str(), link, sizeof(link) - 1), 0);
+    EXPECT_STREQ(link, "record");
     EXPECT_NE(access(moved.c_str(), F_OK), 0) << "the work folder outlived its run";
     sim::WorkDir::Base() = base + "/none";  // cannot be written: the result folder is used
     sim::WorkDir fallback(out);
     EXPECT_FALSE(fallback.InMemory());
     EXPECT_EQ(fallback.Path(), out);
-    system(("rm -rf " + base).c_str());
+    system(("rm -rf " + base + " " + outBase).c_str());
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Simulator speed: builds quen in Release, runs the default scenario on the virtual clock for
+# Simulator speed: builds quen and quen-sim as scripts/simulate.sh does, runs the default scenario on the virtual clock for
 # DAYS simulated days (default 365) RUNS times (default 3) with the daemon alone (no baseline),
 # and prints each run's simulated days per second, the daemon's CPU time per simulated day and
 # its wake-ups per simulated day, then the median of each.
@@ -8,9 +8,9 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 days="${1:-365}"
 runs="${2:-3}"
-dir="${3:-build-bench}"
+dir="${3:-build-run}"
 scripts/setup.sh
-scripts/build.sh "$dir" -DCMAKE_BUILD_TYPE=Release -DQUEN_BUILD_TESTS=OFF -DQUEN_BUILD_BENCH=ON
+scripts/build.sh "$dir" -DQUEN_BUILD_TESTS=OFF -DQUEN_BUILD_BENCH=OFF
 out=$(mktemp -d /tmp/quen-bench-sim-XXXXXX)
 trap 'rm -rf "$out"' EXIT
 echo "== quen-sim, default scenario, $days simulated days on the virtual clock, $runs runs ($(nproc) cores)"

@@ -42,6 +42,15 @@ double ArmSampler::Add(const ModelSample& s, const SwellEstimate& swell) {
     return day;
 }
 
+double DaemonArmSampler::Sample() {
+    const ModelSample s = nodes_.Sample();
+    if (probe_ != nullptr && s.cell.time >= nextSwell_) {
+        probe_->Read(swell_);
+        nextSwell_ = s.cell.time + 3600.0;
+    }
+    return sampler_.Add(s, swell_);
+}
+
 ArmProgress::ArmProgress(std::string label, double days, bool enabled)
     : label_(std::move(label)), days_(days), enabled_(enabled), tty_(isatty(STDERR_FILENO) != 0) {}
 

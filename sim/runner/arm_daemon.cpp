@@ -149,16 +149,7 @@ int RunDaemonArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, RunSumm
     ArmProgress progress(plan.name, sc.days, plan.progress);
     const double end = static_cast<double>(sc.startEpoch) + sc.days * 86400.0;
     double nextSample = static_cast<double>(sc.startEpoch);
-    double nextSwell = nextSample;
-    SwellEstimate swell;
-    auto sampleNow = [&] {
-        ModelSample s = nodes->Sample();
-        if (haveSwell && s.cell.time >= nextSwell) {
-            swellProbe.Read(swell);
-            nextSwell = s.cell.time + 3600.0;
-        }
-        return sampler.Add(s, swell);
-    };
+    DaemonArmSampler samples(*nodes, haveSwell ? &swellProbe : nullptr, sampler);
     int status = 0;
     double day = 0;
     for (;;) {
@@ -178,7 +169,7 @@ int RunDaemonArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, RunSumm
         }
         nodes->Tick();
         if (now >= nextSample) {
-            day = sampleNow();
+            day = samples.Sample();
             nextSample +=
                 sc.sampleSeconds * std::max(1.0, std::floor((now - nextSample) / sc.sampleSeconds));
         }
@@ -191,7 +182,7 @@ int RunDaemonArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, RunSumm
         nanosleep(&ts, nullptr);
     }
     daemon.Stop(SIGTERM, 3000);  // before the unmount: its open nodes would hold the mount
-    day = sampleNow();
+    day = samples.Sample();
     summary.realSeconds = (SimClock::MonoNs() - realStart) * 1e-9;
     summary.simulatedDays = day;
     progress.Show(day, summary.realSeconds, true);

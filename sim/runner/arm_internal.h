@@ -31,6 +31,23 @@ private:
     unsigned lastScene_ = 0;
 };
 
+// The samples of an arm with the daemon: the model's state and the daemon's swelling estimate,
+// read from its records at most once an hour of simulated time (null probe: none).
+class DaemonArmSampler {
+public:
+    DaemonArmSampler(ModelNodes& nodes, SwellProbe* probe, ArmSampler& sampler)
+        : nodes_(nodes), probe_(probe), sampler_(sampler) {}
+    // Returns the sample's simulated day.
+    double Sample();
+
+private:
+    ModelNodes& nodes_;
+    SwellProbe* probe_;
+    ArmSampler& sampler_;
+    double nextSwell_ = 0;
+    SwellEstimate swell_;
+};
+
 // A progress line on standard error (rewritten in place on a terminal, every tenth otherwise).
 class ArmProgress {
 public:

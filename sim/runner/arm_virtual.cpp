@@ -98,16 +98,7 @@ int RunVirtualDaemonArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, 
     const int64_t endNs = static_cast<int64_t>(sc.days * 86400.0 * kNsPerSec);
     const int64_t sampleNs = static_cast<int64_t>(sc.sampleSeconds * kNsPerSec);
     int64_t nextSample = 0;
-    double nextSwell = start;
-    SwellEstimate swell;
-    auto sampleNow = [&] {
-        ModelSample s = nodes->Sample();
-        if (haveSwell && s.cell.time >= nextSwell) {
-            swellProbe.Read(swell);
-            nextSwell = s.cell.time + 3600.0;
-        }
-        return sampler.Add(s, swell);
-    };
+    DaemonArmSampler samples(*nodes, haveSwell ? &swellProbe : nullptr, sampler);
     int64_t syncedAt = -1;
     auto beforeTurn = [&] {
         if (syncedAt != vc->MonoNs()) {
@@ -142,7 +133,7 @@ int RunVirtualDaemonArm(const ArmPlan& plan, const volatile sig_atomic_t* stop, 
         }
         const int64_t now = clock->MonoNs();
         if (now >= nextSample) {
-            day = sampleNow();
+            day = samples.Sample();
             nextSample += sampleNs;
         }
         if (now >= endNs) {

@@ -16,7 +16,7 @@ trap 'rm -rf "$out"' EXIT
 echo "== quen-sim, default scenario, $days simulated days on the virtual clock, $runs runs ($(nproc) cores)"
 for i in $(seq 1 "$runs"); do
   "$dir/sim/runner/quen-sim" sim/scenarios/default.json --days "$days" --no-baseline \
-    --out "$out/run" 2>&1 | grep "days/s" | sed 's/^quen-sim: arm default: /  /'
+    --out "$out/run" 2>&1 | grep "simulated days in" | sed 's/^quen-sim: arm default: /  /'
 done | tee "$out/figures"
 median() { sort -g | awk '{v[NR]=$1} END {print (NR % 2) ? v[(NR+1)/2] : (v[NR/2] + v[NR/2+1]) / 2}'; }
 echo "median: $(sed -E 's/.*\(([0-9.]+) days\/s.*/\1/' "$out/figures" | median) simulated days/s," \

@@ -113,13 +113,15 @@ bool VirtualParticipant() {
 int VirtualPoll(struct pollfd* fds, nfds_t nfds, int timeoutMs) {
     thread_local uint64_t seen[VClockPage::kMaxNodes];
     thread_local uint64_t known = 0;
-    constexpr nfds_t kMaxFds = 64;
+    constexpr nfds_t kMaxFds = 64;  // descriptors past these are never event nodes
     int node[kMaxFds];
     uint64_t mask = 0;
     int ready = 0;
     for (nfds_t i = 0; i < nfds; ++i) {
         fds[i].revents = 0;
-        node[std::min(i, kMaxFds - 1)] = -1;
+        if (i < kMaxFds) {
+            node[i] = -1;
+        }
         if (fds[i].fd < 0) {
             continue;
         }

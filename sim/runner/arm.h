@@ -5,8 +5,8 @@
 //   summary.json   the run's outcome and counters (RunSummary)
 //   and, with the daemon: quen.log, kernel-writes.log, root/ (the device root it ran on)
 //
-// How time is driven is the arm's own business (today an accelerated wall clock shared with
-// the daemon); callers only see "scenario in, result folder out".
+// How time is driven is the arm's own business (the virtual clock, or with `accelerated` a
+// sped-up wall clock shared with the daemon); callers only see "scenario in, result folder out".
 //
 // Threads: one caller thread; RunArm polls `stop` (set from a signal handler) and then ends
 // the run early with the outcome "interrupted". Units: simulated days, real seconds.

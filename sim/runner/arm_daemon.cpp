@@ -1,6 +1,6 @@
-// The arm with the daemon: the phone's kernel nodes served by the FUSE fake kernel over
-// ROOT/sys, the rest of the device tree a plain copy under ROOT, the real daemon started on
-// it, and both sharing one accelerated clock.
+// The arm with the daemon on the accelerated clock (`--accelerated`): the phone's kernel nodes
+// served by the FUSE fake kernel over ROOT/sys, the rest of the device tree a plain copy under
+// ROOT, the real daemon started on it, and both sharing one accelerated clock.
 #include <unistd.h>
 
 #include <cmath>

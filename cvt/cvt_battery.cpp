@@ -2,6 +2,7 @@
 
 #include <climits>
 #include <cmath>
+#include <cstring>
 
 #include "core/device_stream.h"
 #include "core/soh_enviroment.h"
@@ -120,6 +121,15 @@ bool CvtBattery::IsBatteryFull() {
     return ReadNode(CvtNodes::kChargeDone, done) && done == 1;
 }
 
+bool CvtBattery::IsCharging() {
+    char status[32] = {};
+    if (!SohFile::Exists(CvtNodes::kBatteryStatus) ||
+        DeviceReader(CvtNodes::kBatteryStatus).ReadRawStr(status, sizeof(status)) != 0) {
+        return true;
+    }
+    return strncmp(status, "Charging", 8) == 0;
+}
+
 unsigned CvtBattery::GetBatterySoc() {
     unsigned soc = UINT_MAX;
     return ReadNode(CvtNodes::kBatteryCapacity, soc) ? soc : UINT_MAX;
@@ -179,6 +189,7 @@ void CvtBattery::ConstantVoltageTime() {
     const int64_t beginNs = SohClock::MonoNs();
     long samples = 0;
     unsigned unreadable = 0;  // consecutive samples whose reads failed
+    unsigned idle = 0;        // consecutive samples without charging current
     meanTemp_ = 0.0;
     for (;; SohClock::Sleep(kSampleSeconds)) {
         if (SohClock::MonoNs() - beginNs > kMaxMeasureSeconds * 1000000000LL) {
@@ -205,12 +216,25 @@ void CvtBattery::ConstantVoltageTime() {
             continue;
         }
         unreadable = 0;
+        idle = IsCharging() ? 0 : idle + 1;
+        const auto stalled = [&]() {
+            if (idle < kMaxIdleSamples) {
+                return false;
+            }
+            SOH_LOGI(
+                "cvt: charging stopped at soc %u, %d mV, before the end; measurement "
+                "abandoned\n",
+                soc, vol);
+            return true;
+        };
         if (!started) {
             if (vol >= kStartVoltageMv && static_cast<long long>(soc) >= beginSoc_) {
                 started = true;
                 startNs = SohClock::MonoNs();
                 SOH_LOGI("start CVT calculate, soc=%d vol=%d cur=%d\n", static_cast<int>(soc), vol,
                          cur);
+            } else if (stalled()) {
+                return;
             }
             continue;
         }
@@ -225,6 +249,9 @@ void CvtBattery::ConstantVoltageTime() {
             // Whole seconds of monotonic time: a wall-clock step cannot stretch the phase.
             HandleChargeTimeData(
                 static_cast<double>((SohClock::MonoNs() - startNs) / 1000000000LL));
+            return;
+        }
+        if (stalled()) {
             return;
         }
     }

@@ -23,8 +23,12 @@
 // SOC >= 100; the mean temperature is taken over the samples after the start. A sample whose
 // reads fail (voltage, current, SOC or charger status) is skipped. Removal before the end
 // records nothing. Sampling is bounded: kMaxUnreadableSamples skipped samples in a row, or
-// kMaxMeasureSeconds since the charge event, abandon the measurement (logged once). Durations
-// are taken on the monotonic clock.
+// kMaxMeasureSeconds since the charge event, abandon the measurement (logged once). So does a
+// charge that stops short of the end: kMaxIdleSamples samples in a row in which the battery's
+// status reads anything but "Charging" (a state-of-charge cap, a termination voltage lowered
+// below 4320 mV, a paused charger), since that charge can no longer be timed and sampling it all
+// night would cost thousands of wake-ups. An unreadable status counts as charging.
+// Durations are taken on the monotonic clock.
 //
 // Correction: for Temp[k] <= t < Temp[k+1] the ratio is interpolated linearly between
 // Ratio[k] and Ratio[k+1]; below the first point Ratio[0] and from the last point on the last
@@ -50,6 +54,9 @@ public:
     // 5 minutes of unreadable inputs end a measurement; so does a charge longer than a day.
     static constexpr unsigned kMaxUnreadableSamples = 60;
     static constexpr int64_t kMaxMeasureSeconds = 24 * 3600;
+    // 5 minutes with the battery not charging end a measurement that has not reached its end:
+    // time for the gauge's SOC to catch up with a charge that is done.
+    static constexpr unsigned kMaxIdleSamples = 60;
 
     // Reads the battery object and loads the record; false when this battery does not apply
     // or its configuration is incomplete.
@@ -66,6 +73,7 @@ public:
     unsigned GetChargerType();    // 5 when unreadable
     unsigned GetChargerStatus();  // 4294967295 when unreadable
     bool IsBatteryFull();         // charge done reads 1
+    bool IsCharging();            // status is "Charging" or cannot be read
     unsigned GetBatterySoc();     // 4294967295 when unreadable
     int GetBatteryTemp();         // degC; 2147483647 when unreadable
     // Current (mA, negative when discharging) and voltage (mV); false when either read fails.

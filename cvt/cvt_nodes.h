@@ -14,6 +14,8 @@ constexpr const char* kBatteryVoltageNow = "/sys/class/power_supply/Battery/volt
 constexpr const char* kBatteryTemp = "/sys/class/power_supply/Battery/temp";  // 0.1 degC
 constexpr const char* kBatteryFcc = "/sys/class/power_supply/Battery/capacity_fcc";
 constexpr const char* kBatteryFccDesign = "/sys/class/power_supply/Battery/charge_full_design";
+// "Charging", "Full", "Not charging" or "Discharging", one line.
+constexpr const char* kBatteryStatus = "/sys/class/power_supply/Battery/status";
 constexpr const char* kBatteryBrand = "/sys/class/power_supply/Battery/brand";  // text
 // Charger probes: 0 in an adaptor_detect node means that kind of adaptor is attached.
 constexpr const char* kDirectChargerDetect =

@@ -462,4 +462,45 @@ TEST_F(CvtSamplingTest, InputsThatStayUnreadableEndTheMeasurement) {
     EXPECT_EQ(dev.Read(CvtNodes::kCvtFile), "");
 }
 
+// A charge that stops short of the end (a SOC cap before the phase starts; a termination
+// voltage lowered below the end voltage after it) is abandoned after a bounded number of samples
+// without charging; a sample that charges again resets the count.
+TEST_F(CvtSamplingTest, ChargeThatStopsShortOfTheEndIsAbandoned) {
+    struct Case {
+        int mv, soc, done;
+        const char* status;
+    };
+    for (const Case& c : {Case{4200, 90, 0, "Not charging\n"}, Case{4300, 100, 1, "Full\n"}}) {
+        SCOPED_TRACE(c.status);
+        CvtBattery battery;
+        ASSERT_TRUE(battery.Init(BatteryConfig()));
+        ChargeFrom(4300);
+        done_ = false;
+        Run([&] { battery.ConstantVoltageTime(); });
+        Step();  // access conditions, first sample: the phase starts at 4300 mV
+        Sample(c.mv, c.soc, c.done);
+        dev.Write(CvtNodes::kBatteryStatus, c.status);
+        for (unsigned i = 1; i < CvtBattery::kMaxIdleSamples / 2; ++i) {
+            Step();
+        }
+        dev.Write(CvtNodes::kBatteryStatus, "Charging\n");
+        Step();
+        dev.Write(CvtNodes::kBatteryStatus, c.status);
+        for (unsigned i = 1; i < CvtBattery::kMaxIdleSamples && !done_; ++i) {
+            Step();
+        }
+        EXPECT_FALSE(done_);
+        Step();
+        EXPECT_TRUE(done_);
+        runner_.join();
+        close(watch_);
+        watch_ = -1;
+    }
+    EXPECT_EQ(dev.CountLogContaining("before the end; measurement abandoned"), 2);
+    EXPECT_TRUE(
+        dev.HasLog("cvt: charging stopped at soc 100, 4300 mV, before the end; "
+                   "measurement abandoned\n"));
+    EXPECT_EQ(dev.Read(CvtNodes::kCvtFile), "");
+}
+
 }  // namespace

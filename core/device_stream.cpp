@@ -1,7 +1,11 @@
 #include "core/device_stream.h"
 
+#include "core/node_handles.h"
 #include "core/soh_fault_gate.h"
 #include "platform/soh_root.h"
+
+DeviceStream::DeviceStream(const std::string& path, int flags)
+    : kept_(flags == O_RDONLY && NodeHandles::Keeps(path)), path_(path), flags_(flags) {}
 
 DeviceStream::~DeviceStream() {
     if (fd_ >= 0) {
@@ -10,6 +14,9 @@ DeviceStream::~DeviceStream() {
 }
 
 bool DeviceStream::IsOpen() {
+    if (kept_) {
+        return ReadFd() >= 0;
+    }
     if (fd_ >= 0) {
         return true;
     }
@@ -24,6 +31,62 @@ bool DeviceStream::IsOpen() {
     }
     fd_ = fd;
     return true;
+}
+
+int DeviceStream::ReadFd() {
+    if (!kept_) {
+        return IsOpen() ? fd_ : -1;
+    }
+    const int fd = NodeHandles::Get(path_);
+    if (fd < 0) {
+        const int err = errno;
+        uint64_t count = 0;
+        if (SohFaultGate::Fail(path_, &count)) {
+            LogFailure(Op::kOpen, path_.c_str(), -1, err, count);
+        }
+    }
+    return fd;
+}
+
+ssize_t DeviceStream::ReadNext(void* buf, size_t len) {
+    int fd = ReadFd();
+    if (fd < 0) {
+        return -1;
+    }
+    if (!kept_) {
+        const ssize_t n = read(fd, buf, len);
+        if (n < 0) {
+            Failed(Op::kRead, n);
+        }
+        return n;
+    }
+    ssize_t n = pread(fd, buf, len, offset_);
+    if (n < 0) {
+        const int err = errno;
+        NodeHandles::Drop(path_);
+        // A descriptor opened before the node went away reads as gone even when the node is
+        // back: the first read of this reader gets one fresh open.
+        if (offset_ == 0 && (err == ENOENT || err == ENODEV || err == ESTALE || err == EBADF)) {
+            fd = ReadFd();
+            if (fd < 0) {
+                return -1;
+            }
+            n = pread(fd, buf, len, 0);
+            if (n < 0) {
+                const int again = errno;
+                NodeHandles::Drop(path_);
+                errno = again;
+            }
+        } else {
+            errno = err;
+        }
+        if (n < 0) {
+            Failed(Op::kRead, n);
+            return -1;
+        }
+    }
+    offset_ += n;
+    return n;
 }
 
 void DeviceStream::LogFailure(Op op, const char* path, int len, int err, uint64_t count) {
@@ -76,15 +139,10 @@ std::istringstream& DeviceReader::TextStream(const char* text) {
 }
 
 int DeviceReader::ReadRawStr(char* buf, unsigned len) {
-    if (fd_ < 0 && !IsOpen()) {
-        return -1;
-    }
     if (buf == nullptr || len == 0) {
         return -1;
     }
-    ssize_t n = read(fd_, buf, len);
-    if (n < 0) {
-        LogReadFailure(n);
+    if (ReadNext(buf, len) < 0) {
         return -1;
     }
     Succeeded();

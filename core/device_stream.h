@@ -4,7 +4,14 @@
 // buffering. There is no seek, so a second read continues where the first ended; callers
 // make a fresh reader for every sample.
 //
-// Ownership: each object owns its fd. Threads: an object is used by one thread only.
+// A reader of a node under "/sys/" borrows its thread's kept descriptor instead (NodeHandles)
+// and reads with pread(2) from where its previous read ended, so a pass that samples the same
+// nodes every time opens each of them once. A read that fails drops the kept descriptor; when
+// the failure says the open file went stale (the node vanished and came back) the first read
+// of a reader is tried once more on a fresh descriptor.
+//
+// Ownership: each object owns its own fd; kept ones belong to NodeHandles. Threads: an object
+// is used by one thread only (the one that made it).
 #pragma once
 
 #include <errno.h>
@@ -20,7 +27,7 @@
 
 class DeviceStream {
 public:
-    DeviceStream(const std::string& path, int flags) : path_(path), flags_(flags) {}
+    DeviceStream(const std::string& path, int flags);
     virtual ~DeviceStream();
     DeviceStream(const DeviceStream&) = delete;
     DeviceStream& operator=(const DeviceStream&) = delete;
@@ -38,9 +45,18 @@ protected:
     void Succeeded();
     static void LogFailure(Op op, const char* path, int len, int err, uint64_t count);
 
+    // Up to len bytes into buf from where the previous read ended; what read(2) returns, with a
+    // failure logged.
+    ssize_t ReadNext(void* buf, size_t len);
+
     int fd_ = -1;
 
 private:
+    // The descriptor to read from now; -1 (logged) when the node cannot be opened.
+    int ReadFd();
+
+    bool kept_;         // reads borrow the thread's kept descriptor
+    off_t offset_ = 0;  // bytes read so far
     std::string path_;  // device path; mapped through the root only when opening
     int flags_;
 };
@@ -53,10 +69,10 @@ public:
     template <typename T>
     int Read(T& value) {
         static_assert(std::is_trivially_copyable<T>::value, "raw records only");
-        if (!IsOpen()) {
+        const ssize_t n = ReadNext(&value, sizeof(T));
+        if (n < 0) {
             return -1;
         }
-        ssize_t n = read(fd_, &value, sizeof(T));
         if (n != static_cast<ssize_t>(sizeof(T))) {
             LogReadFailure(n);
             return -1;

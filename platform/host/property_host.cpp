@@ -7,6 +7,9 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "platform/host/property_store.h"
 #include "platform/soh_root.h"
@@ -34,6 +37,55 @@ bool WriteFully(int fd, const char* data, size_t len) {
     return true;
 }
 
+// Each reading thread keeps the descriptors of the properties it reads (a periodic pass reads the
+// same few every time). Set replaces a property's file by a rename, which leaves a kept
+// descriptor on a file without a name: such a descriptor is closed and the path opened again.
+class KeptFiles {
+public:
+    ~KeptFiles() { Clear(); }
+    // A descriptor open on path, or -1.
+    int Get(const std::string& path) {
+        for (auto it = files_.begin(); it != files_.end(); ++it) {
+            if (it->first == path) {
+                struct stat st;
+                if (fstat(it->second, &st) == 0 && st.st_nlink > 0) {
+                    return it->second;
+                }
+                close(it->second);
+                files_.erase(it);
+                break;
+            }
+        }
+        const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd >= 0) {
+            if (files_.size() >= kMaxKept) {
+                Clear();
+            }
+            files_.emplace_back(path, fd);
+        }
+        return fd;
+    }
+    void Forget(int fd) {
+        for (auto it = files_.begin(); it != files_.end(); ++it) {
+            if (it->second == fd) {
+                close(fd);
+                files_.erase(it);
+                return;
+            }
+        }
+    }
+
+private:
+    static constexpr size_t kMaxKept = 16;
+    void Clear() {
+        for (const auto& f : files_) {
+            close(f.second);
+        }
+        files_.clear();
+    }
+    std::vector<std::pair<std::string, int>> files_;
+};
+
 }  // namespace
 
 namespace PropertyStore {
@@ -52,21 +104,21 @@ bool Get(const char* key, std::string& value) {
     if (!ValidKey(key)) {
         return false;
     }
-    std::string path = StoreDir() + "/" + key;
-    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    thread_local KeptFiles kept;
+    const int fd = kept.Get(StoreDir() + "/" + key);
     if (fd < 0) {
         return false;
     }
     std::string out;
     char buf[256];
     for (;;) {
-        ssize_t n = read(fd, buf, sizeof(buf));
+        ssize_t n = pread(fd, buf, sizeof(buf), static_cast<off_t>(out.size()));
         if (n < 0 && errno == EINTR) {
             continue;
         }
         if (n <= 0) {
             if (n < 0) {
-                close(fd);
+                kept.Forget(fd);
                 return false;
             }
             break;
@@ -76,7 +128,6 @@ bool Get(const char* key, std::string& value) {
             break;
         }
     }
-    close(fd);
     if (!out.empty() && out.back() == '\n') {
         out.pop_back();
     }

@@ -1,8 +1,10 @@
 // Logger limits and the device/file streams' read, write and failure rules.
+#include <cstdio>
 #include <string>
 
 #include "core/device_stream.h"
 #include "core/file_stream.h"
+#include "core/node_handles.h"
 #include "core/soh_file.h"
 #include "core/soh_log.h"
 #include "tests/support/fake_device.h"
@@ -68,6 +70,34 @@ TEST_F(StreamTest, ANodeThatKeepsFailingIsLoggedAtDoublingCountsAndItsRecoveryOn
     dev.Remove("/sys/gone");
     EXPECT_EQ(DeviceReader("/sys/gone").ReadStrToT(v), -1);
     EXPECT_EQ(dev.CountLogContaining("open file /sys/gone failed"), 5);
+}
+
+// Node readers keep their descriptors between samples; what they read still follows the path:
+// a node rewritten in place, replaced by a rename, or more nodes than the thread keeps.
+TEST_F(StreamTest, KeptNodeDescriptorsFollowThePath) {
+    int v = 0;
+    dev.Write("/sys/n", "1\n");
+    EXPECT_EQ(DeviceReader("/sys/n").ReadStrToT(v), 0);
+    EXPECT_EQ(v, 1);
+    dev.Write("/sys/n", "22\n");
+    EXPECT_EQ(DeviceReader("/sys/n").ReadStrToT(v), 0);
+    EXPECT_EQ(v, 22);
+    dev.Write("/sys/n.new", "333\n");
+    ASSERT_EQ(rename(dev.HostPath("/sys/n.new").c_str(), dev.HostPath("/sys/n").c_str()), 0);
+    EXPECT_EQ(DeviceReader("/sys/n").ReadStrToT(v), 0);
+    EXPECT_EQ(v, 333);
+
+    const unsigned nodes = NodeHandles::kCapacity + 3;
+    for (unsigned round = 0; round < 3; ++round) {
+        for (unsigned i = 0; i < nodes; ++i) {
+            dev.Write("/sys/many/" + std::to_string(i), std::to_string(i * 10 + round));
+        }
+        for (unsigned i = 0; i < nodes; ++i) {
+            EXPECT_EQ(DeviceReader("/sys/many/" + std::to_string(i)).ReadStrToT(v), 0);
+            EXPECT_EQ(v, static_cast<int>(i * 10 + round));
+        }
+    }
+    EXPECT_EQ(dev.CountLogContaining("failed"), 0);
 }
 
 TEST_F(StreamTest, TextReadsParseNumbersAndKeepValueOnGarbage) {

@@ -85,7 +85,7 @@ protected:
         watch_ = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
         ASSERT_GE(watch_, 0);
         ASSERT_GE(inotify_add_watch(watch_, dev.HostPath("/sys/class/power_supply/Battery").c_str(),
-                                    IN_CLOSE_NOWRITE),
+                                    IN_ACCESS),
                   0);
         runner_ = std::thread([this, body] {
             body();

@@ -65,12 +65,15 @@ TEST_F(DiagE2eTest, StatusNamesTheLimitItsSourceAndItsDemands) {
     EXPECT_NE(err.find("cannot connect"), std::string::npos);
     Start();
     ASSERT_EQ(Ctl("set ichg_limit 'all 1500'"), 0);
-    // BASP's first aging event comes in the daemon's first moments; wait for its demand.
-    for (int i = 0; i < 500 && dev.Read("/log/soh/sys_para.dat").find("BASP") == std::string::npos;
-         ++i) {
+    // BASP's first aging event comes in the daemon's first moments and hands its four limits
+    // over one after another; wait for its current demand.
+    for (int i = 0; i < 500; ++i) {
+        ASSERT_EQ(Ctl("status", &out, &err), 0) << err;
+        if (out.find("    BASP  4500\n") != std::string::npos) {
+            break;
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    ASSERT_EQ(Ctl("status", &out, &err), 0) << err;
     EXPECT_NE(out.find("  NonDcCurLimitator   1500  from APP  since "), std::string::npos) << out;
     EXPECT_NE(out.find("    APP   1500  <- in force\n    BASP  4500\n"), std::string::npos) << out;
     EXPECT_NE(out.find("  NonDcCurLimitator  0 s  (default in 2460 s)"), std::string::npos);

@@ -28,6 +28,16 @@ public:
     // A whole-value write from the daemon. 0, or -errno (e.g. -EINVAL for a line the node does
     // not accept, -EACCES for a read-only node).
     virtual int Write(const std::string& path, const std::string& data) = 0;
+    // Reads several nodes at one instant: out[i] and rc[i] as Read would give them for paths[i].
+    // A source whose reads share work (advancing a model, computing its state) does it once.
+    virtual void ReadMany(const std::vector<std::string>& paths, std::vector<std::string>& out,
+                          std::vector<int>& rc) {
+        out.resize(paths.size());
+        rc.resize(paths.size());
+        for (size_t i = 0; i < paths.size(); ++i) {
+            rc[i] = Read(paths[i], out[i]);
+        }
+    }
     // How many events the node has raised so far; a reader that has seen fewer gets POLLPRI.
     virtual uint64_t Events(const std::string& path) = 0;
 

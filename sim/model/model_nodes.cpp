@@ -165,6 +165,7 @@ void ModelNodes::Classify() {
             }
         } else if (o != Outputs().end() && (o->second != Out::kBrand || named)) {
             node.kind = Kind::kDriven;
+            node.out = static_cast<int>(o->second);
         }
     }
     PushLimits();
@@ -193,13 +194,38 @@ int ModelNodes::Read(const std::string& path, std::string& out) {
         if (it == nodes_.end()) {
             result = -ENOENT;
         } else {
-            out = it->second.kind == Kind::kDriven ? Render(path, it->second) : it->second.content;
+            out = it->second.kind == Kind::kDriven ? Render(it->second, model_.State())
+                                                   : it->second.content;
         }
     }
     for (const std::string& p : raised) {
         Raise(p);
     }
     return result;
+}
+
+void ModelNodes::ReadMany(const std::vector<std::string>& paths, std::vector<std::string>& out,
+                          std::vector<int>& rc) {
+    std::vector<std::string> raised;
+    out.resize(paths.size());
+    rc.assign(paths.size(), 0);
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        AdvanceLocked(raised);
+        const CellState state = model_.State();
+        for (size_t i = 0; i < paths.size(); ++i) {
+            auto it = nodes_.find(paths[i]);
+            if (it == nodes_.end()) {
+                rc[i] = -ENOENT;
+            } else {
+                out[i] = it->second.kind == Kind::kDriven ? Render(it->second, state)
+                                                          : it->second.content;
+            }
+        }
+    }
+    for (const std::string& p : raised) {
+        Raise(p);
+    }
 }
 
 int ModelNodes::Write(const std::string& path, const std::string& data) {
@@ -336,10 +362,9 @@ void ModelNodes::Bump(const std::string& path, uint64_t count, std::vector<std::
     }
 }
 
-std::string ModelNodes::Render(const std::string& path, const Node& node) const {
+std::string ModelNodes::Render(const Node& node, const CellState& s) const {
     const ModelParams& p = model_.Params();
-    const CellState s = model_.State();
-    switch (Outputs().at(path)) {
+    switch (static_cast<Out>(node.out)) {
         case Out::kCapacity:
             return Line(model_.ShownSocPercent());
         case Out::kCurrent:

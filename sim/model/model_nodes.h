@@ -102,6 +102,8 @@ public:
 
     std::vector<std::string> List() override;
     int Read(const std::string& path, std::string& out) override;
+    void ReadMany(const std::vector<std::string>& paths, std::vector<std::string>& out,
+                  std::vector<int>& rc) override;
     int Write(const std::string& path, const std::string& data) override;
     uint64_t Events(const std::string& path) override;
 
@@ -130,6 +132,7 @@ private:
     };
     struct Node {
         Kind kind = Kind::kPlain;
+        int out = -1;         // what a driven node shows (an output of the model)
         std::string content;  // plain and written nodes: the bytes; driven: the tree's
         uint64_t events = 0;
     };
@@ -140,7 +143,7 @@ private:
     void Classify();
     void AdvanceLocked(std::vector<std::string>& raised);
     void Bump(const std::string& path, uint64_t count, std::vector<std::string>& raised);
-    std::string Render(const std::string& path, const Node& node) const;
+    std::string Render(const Node& node, const CellState& state) const;
     int Apply(Kind kind, const std::string& data);
     void PushLimits();
 

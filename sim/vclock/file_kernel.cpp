@@ -60,6 +60,7 @@ std::unique_ptr<FileKernel> FileKernel::Create(NodeSource& source, const std::st
         if (it != k->files_.end()) {
             it->second.driven = true;
             k->driven_.push_back(&it->second);
+            k->drivenPaths_.push_back(path);
         }
     }
     for (const std::string& path : events) {
@@ -111,11 +112,11 @@ bool FileKernel::Put(File& file, const std::string& content) {
 }
 
 void FileKernel::Sync() {
-    std::string content;
+    source_.ReadMany(drivenPaths_, contents_, results_);
     bool put = false;
-    for (auto& entry : files_) {
-        if (entry.second.driven && source_.Read(entry.first, content) == 0) {
-            put = Put(entry.second, content) || put;
+    for (size_t i = 0; i < driven_.size(); ++i) {
+        if (results_[i] == 0) {
+            put = Put(*driven_[i], contents_[i]) || put;
         }
     }
     if (put) {

@@ -61,7 +61,10 @@ private:
     VirtualClock& clock_;
     std::string sysDir_;
     std::map<std::string, File> files_;  // by node path
-    std::vector<File*> driven_;
+    std::vector<File*> driven_;          // the driven files, and their node paths
+    std::vector<std::string> drivenPaths_;
+    std::vector<std::string> contents_;  // Sync's reads, kept to reuse their buffers
+    std::vector<int> results_;
     std::map<int, std::string> watchDirs_;   // inotify watch -> directory (relative)
     std::map<std::string, int> eventNodes_;  // node path -> clock event node
     int inotify_ = -1;

@@ -55,7 +55,8 @@ bool AswBattery::CreateActiveScene(const Json::Value& groupNo) {
 void AswBattery::TryUpdateScene() {
     int64_t start = 0;
     int64_t end = 0;
-    bool dayChanged = AsSeconds((*today_)["Tstart"], start) && AsSeconds((*today_)["Tend"], end) &&
+    const Json::Value& data = today_->GetData();
+    bool dayChanged = AsSeconds(data["Tstart"], start) && AsSeconds(data["Tend"], end) &&
                       !Asw::IsSameDay(start, end);
     if (dayChanged) {
         OverDay();

@@ -38,6 +38,16 @@ AswDataObject::AswDataObject(const AswDataObject& other)
     CreateFuncMaps();
 }
 
+Json::Value& AswDataObject::Counter(CounterSlot slot) {
+    static constexpr const char* kNames[kCounterSlots] = {
+        "Tend", "CycEnd", "Tstat", "Tsim_in", "Tusb_in", "Taction", "Tusb_out"};
+    const size_t i = static_cast<size_t>(slot);
+    if (counters_[i] == nullptr) {
+        counters_[i] = &data_[kNames[i]];
+    }
+    return *counters_[i];
+}
+
 void AswDataObject::CreateFuncMaps() {
     funcs_.clear();
     funcs_["Psim_in"] = [this] { return PsimIn(); };
@@ -95,48 +105,50 @@ void AswDataObject::Update(unsigned vbatMv, unsigned tempC, bool usbIn, bool sim
     }
     unsigned step = static_cast<unsigned>(std::min<uint64_t>(dt, UINT32_MAX));
     lastUpdate_ = now;
-    data_["Tend"] = MakeUInt(NowSeconds(now));
-    data_["CycEnd"] = Json::Value(Json::Int(cycles));
+    Counter(CounterSlot::kTend) = MakeUInt(NowSeconds(now));
+    Counter(CounterSlot::kCycEnd) = Json::Value(Json::Int(cycles));
 
-    UpdateTValue("Tstat", true, step);
-    UpdateTValue("Tsim_in", simIn, step);
-    UpdateTValue("Tusb_in", usbIn, step);
-    UpdateTValue("Taction", action, step);
-    UpdateTusbOut(usbIn, step);
-    UpdateTtable(step, vbatMv, tempC);
+    const Json::Value stepValue = MakeUInt(step);
+    UpdateTValue(CounterSlot::kTstat, true, stepValue);
+    UpdateTValue(CounterSlot::kTsimIn, simIn, stepValue);
+    UpdateTValue(CounterSlot::kTusbIn, usbIn, stepValue);
+    UpdateTValue(CounterSlot::kTaction, action, stepValue);
+    UpdateTusbOut(usbIn, stepValue);
+    UpdateTtable(stepValue, vbatMv, tempC);
     UpdateRealSwellValue(swellTable);
 }
 
-void AswDataObject::UpdateTValue(const char* key, bool flag, unsigned dt) {
-    Json::Value& v = data_[key];
+void AswDataObject::UpdateTValue(CounterSlot slot, bool flag, const Json::Value& dt) {
+    Json::Value& v = Counter(slot);
     if (v.isNull()) {
         v = Json::Value(Json::Int(0));
     }
     if (flag) {
-        v = ExtraJValue(v) + ExtraJValue(MakeUInt(dt));
+        v = ExtraJValue::Add(v, dt);
     }
 }
 
-void AswDataObject::UpdateTusbOut(bool usbIn, unsigned dt) {
+void AswDataObject::UpdateTusbOut(bool usbIn, const Json::Value& dt) {
     if (usbIn) {
-        data_["Tusb_out"] = Json::Value(Json::Int(0));
+        Counter(CounterSlot::kTusbOut) = Json::Value(Json::Int(0));
     }
-    UpdateTValue("Tusb_out", !usbIn, dt);
+    UpdateTValue(CounterSlot::kTusbOut, !usbIn, dt);
 }
 
-void AswDataObject::UpdateTtable(unsigned dt, unsigned vbatMv, unsigned tempC) {
+void AswDataObject::UpdateTtable(const Json::Value& dt, unsigned vbatMv, unsigned tempC) {
     Json::Value& cell = timeTable_(MakeUInt(vbatMv), MakeUInt(tempC));
-    cell = ExtraJValue(cell) + ExtraJValue(MakeUInt(dt));
+    cell = ExtraJValue::Add(cell, dt);
 }
 
+// swell_ is the product in swell-days divided by the seconds of a day: p / 86400 in doubles,
+// as ExtraJValue's division gives it for a numeric p (the divisor is never near 0).
 void AswDataObject::UpdateRealSwellValue(const AswTable& swellTable) {
-    Json::Value p = swellTable * timeTable_;
-    if (p.isNull()) {
+    const ExtraJValue::Number p = swellTable.Product(timeTable_);
+    if (p.kind == Json::nullValue) {
         swell_ = 0.0;
         return;
     }
-    Json::Value perDay = ExtraJValue(p) / ExtraJValue(MakeUInt(kSecondsPerDay));
-    swell_ = ExtraJValue::IsNumeric(perDay) ? perDay.asDouble() : 0.0;
+    swell_ = p.value / static_cast<double>(kSecondsPerDay);
 }
 
 AswDataObject& AswDataObject::operator+=(const AswDataObject& other) {

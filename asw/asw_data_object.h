@@ -22,6 +22,7 @@
 
 #include <json/json.h>
 
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <string>
@@ -83,10 +84,18 @@ public:
     double GetSwellValue() const { return swell_; }
 
 private:
+    // The members every later Update writes, in the order of kNames in Counter().
+    enum class CounterSlot { kTend, kCycEnd, kTstat, kTsimIn, kTusbIn, kTaction, kTusbOut };
+    static constexpr size_t kCounterSlots = 7;
+
     void CreateFuncMaps();
-    void UpdateTValue(const char* key, bool flag, unsigned dt);
-    void UpdateTusbOut(bool usbIn, unsigned dt);
-    void UpdateTtable(unsigned dt, unsigned vbatMv, unsigned tempC);
+    // data_[name of slot], created as null when absent; the member's address is kept after
+    // the first lookup (members of data_ are never removed and data_ is never replaced once
+    // constructed, so the address stays valid for the object's life).
+    Json::Value& Counter(CounterSlot slot);
+    void UpdateTValue(CounterSlot slot, bool flag, const Json::Value& dt);
+    void UpdateTusbOut(bool usbIn, const Json::Value& dt);
+    void UpdateTtable(const Json::Value& dt, unsigned vbatMv, unsigned tempC);
     void UpdateRealSwellValue(const AswTable& swellTable);
 
     bool firstUpdate_ = true;
@@ -95,6 +104,7 @@ private:
     double swell_ = 0.0;
     AswTable timeTable_;
     Json::Value data_;
+    Json::Value* counters_[kCounterSlots] = {};  // into data_, see Counter(); not copied
     std::map<std::string, std::function<Json::Value()>> funcs_;
     Asw::TimePoint lastUpdate_;
 };

@@ -11,14 +11,32 @@ const Json::Value& NullValue() {
 }
 
 // The bin of v on an axis: the first k with not (edge[k] < v), else the extra last bin.
-Json::ArrayIndex BinOf(const Json::Value& axis, const Json::Value& v) {
-    ExtraJValue value(v);
-    for (Json::ArrayIndex k = 0; k < axis.size(); ++k) {
-        if (!(ExtraJValue(axis[k]) < value)) {
-            return k;
+Json::ArrayIndex BinOf(const std::vector<Json::Value>& edges, const Json::Value& v) {
+    for (size_t k = 0; k < edges.size(); ++k) {
+        if (!ExtraJValue::Less(edges[k], v)) {
+            return static_cast<Json::ArrayIndex>(k);
         }
     }
-    return axis.size();
+    return static_cast<Json::ArrayIndex>(edges.size());
+}
+
+// The axis' elements by index (null where an index is not stored); `dense` is cleared when
+// some index below size() is not stored.
+std::vector<Json::Value> EdgesOf(const Json::Value& axis, bool& dense) {
+    std::vector<Json::Value> edges;
+    if (!axis.isArray()) {
+        return edges;
+    }
+    edges.reserve(axis.size());
+    for (Json::ArrayIndex k = 0; k < axis.size(); ++k) {
+        edges.push_back(axis[k]);
+    }
+    Json::ArrayIndex stored = 0;
+    for (auto it = axis.begin(); it != axis.end(); ++it) {
+        ++stored;
+    }
+    dense = dense && stored == axis.size();
+    return edges;
 }
 
 }  // namespace
@@ -33,10 +51,18 @@ AswTable::AswTable(const Json::Value& x, const Json::Value& y) : x_(x), y_(y) {
 }
 
 bool AswTable::HasAxes() const {
-    return x_.isArray() && !x_.empty() && y_.isArray() && !y_.empty();
+    return hasAxes_;
+}
+
+void AswTable::InitEdges() {
+    hasAxes_ = x_.isArray() && !x_.empty() && y_.isArray() && !y_.empty();
+    denseAxes_ = true;
+    xEdges_ = EdgesOf(x_, denseAxes_);
+    yEdges_ = EdgesOf(y_, denseAxes_);
 }
 
 void AswTable::InitValueSpace() {
+    InitEdges();
     if (!HasAxes() || !table_.isNull()) {
         legal_ = CheckLegal();
         return;
@@ -65,7 +91,14 @@ bool AswTable::CheckLegal() const {
 }
 
 bool AswTable::operator==(const AswTable& other) const {
-    return HasAxes() && other.HasAxes() && x_ == other.x_ && y_ == other.y_;
+    return HasAxes() && other.HasAxes() && SameAxes(other);
+}
+
+bool AswTable::SameAxes(const AswTable& other) const {
+    if (denseAxes_ && other.denseAxes_) {
+        return xEdges_ == other.xEdges_ && yEdges_ == other.yEdges_;
+    }
+    return x_ == other.x_ && y_ == other.y_;
 }
 
 const Json::Value& AswTable::Row(Json::ArrayIndex row) const {
@@ -115,7 +148,7 @@ AswTable& AswTable::operator+=(const AswTable& other) {
     for (Json::ArrayIndex i = 0; i <= y_.size(); ++i) {
         for (Json::ArrayIndex j = 0; j <= x_.size(); ++j) {
             Json::Value& cell = table_[i][j];
-            cell = ExtraJValue(cell) + ExtraJValue(other.table_[i][j]);
+            cell = ExtraJValue::Add(cell, other.table_[i][j]);
         }
     }
     return *this;
@@ -125,6 +158,17 @@ Json::Value AswTable::operator*(const AswTable& other) const {
     if (!(*this == other)) {
         return Json::Value();
     }
+    return ProductSum(other).Value();
+}
+
+ExtraJValue::Number AswTable::Product(const AswTable& other) const {
+    if (!(*this == other)) {
+        return ExtraJValue::Number{Json::nullValue, 0.0};
+    }
+    return ProductSum(other).Result();
+}
+
+ExtraJValue::Sum AswTable::ProductSum(const AswTable& other) const {
     // Cell(i, j) of both tables in row order (equal axes: equal shapes). This runs twice per
     // pass, so it works on the numbers kept beside the JSON cells.
     const std::vector<ExtraJValue::Number>& mine = Numbers();
@@ -133,7 +177,7 @@ Json::Value AswTable::operator*(const AswTable& other) const {
     for (size_t k = 0; k < mine.size(); ++k) {
         sum.AddProduct(mine[k], theirs[k]);
     }
-    return sum.Value();
+    return sum;
 }
 
 Json::Value& AswTable::operator()(const Json::Value& x, const Json::Value& y) {
@@ -149,8 +193,8 @@ Json::Value& AswTable::operator()(const Json::Value& x, const Json::Value& y) {
         cell = Json::Value(Json::Int(0));
         return cell;
     }
-    const Json::ArrayIndex row = BinOf(y_, y);
-    const Json::ArrayIndex column = BinOf(x_, x);
+    const Json::ArrayIndex row = BinOf(yEdges_, y);
+    const Json::ArrayIndex column = BinOf(xEdges_, x);
     const size_t cell = static_cast<size_t>(row) * (x_.size() + 1) + column;
     if (staleCell_ != kNoCell && staleCell_ != cell) {
         ForgetNumbers();  // only one handed-out cell is tracked
@@ -164,12 +208,11 @@ Json::Value AswTable::AccumulateX(const Json::Value& threshold) const {
     if (!table_.isArray() || !x_.isArray()) {
         return sum;
     }
-    ExtraJValue t(threshold);
     Json::ArrayIndex nx = x_.size();
     for (Json::ArrayIndex i = 0; i < table_.size(); ++i) {
         for (Json::ArrayIndex j = 1; j <= nx; ++j) {
-            if (j == nx || t < ExtraJValue(x_[j])) {
-                sum = ExtraJValue(sum) + ExtraJValue(Cell(i, j));
+            if (j == nx || ExtraJValue::Less(threshold, xEdges_[j])) {
+                sum = ExtraJValue::Add(sum, Cell(i, j));
             }
         }
     }
@@ -181,12 +224,11 @@ Json::Value AswTable::AccumulateY(const Json::Value& threshold) const {
     if (!table_.isArray() || !y_.isArray() || !x_.isArray()) {
         return sum;
     }
-    ExtraJValue t(threshold);
     Json::ArrayIndex ny = y_.size();
     for (Json::ArrayIndex i = 1; i <= ny; ++i) {
-        if (i == ny || t < ExtraJValue(y_[i])) {
+        if (i == ny || ExtraJValue::Less(threshold, yEdges_[i])) {
             for (Json::ArrayIndex j = 0; j <= x_.size(); ++j) {
-                sum = ExtraJValue(sum) + ExtraJValue(Cell(i, j));
+                sum = ExtraJValue::Add(sum, Cell(i, j));
             }
         }
     }

@@ -17,6 +17,8 @@
 // A product reads the cells of both tables as numbers kept beside the JSON table: built at the
 // first product, refreshed for the one cell operator() handed out since, rebuilt after any
 // other change. A product therefore costs a pass over plain numbers, not over JSON values.
+// The axes never change after construction: their edges are also kept as a plain vector, so
+// that bin searches and axis comparisons do not walk the JSON arrays.
 //
 // No shared state; one thread per object.
 #pragma once
@@ -44,6 +46,8 @@ public:
     // Sum over all cells of cell * other cell (signed 0 for no cells); null unless the axes
     // are equal.
     Json::Value operator*(const AswTable& other) const;
+    // The same product as a plain number (kind nullValue where operator* gives null).
+    ExtraJValue::Number Product(const AswTable& other) const;
     // The cell of the bin holding (x, y). The reference is for changing the cell at once: it
     // must not be kept past the next call on this table.
     Json::Value& operator()(const Json::Value& x, const Json::Value& y);
@@ -59,7 +63,11 @@ public:
 
 private:
     void InitValueSpace();
+    void InitEdges();
     bool HasAxes() const;
+    bool SameAxes(const AswTable& other) const;
+    // Sum of cell * other cell over all cells in row order; the axes must be equal.
+    ExtraJValue::Sum ProductSum(const AswTable& other) const;
     // Legality is decided when the table is made: no later change can alter it, since writes
     // go to cells of a legal table (row lengths stay) or, on an illegal one, to cell [0][0],
     // which cannot give it the required rows.
@@ -77,6 +85,13 @@ private:
     Json::Value y_;
     Json::Value table_;
     bool legal_ = false;
+    bool hasAxes_ = false;
+    // x_[k] and y_[k] for every k < size(); denseAxes_ when every index of both arrays is
+    // stored (always so for parsed arrays), the case in which comparing the edges equals
+    // comparing the JSON arrays.
+    std::vector<Json::Value> xEdges_;
+    std::vector<Json::Value> yEdges_;
+    bool denseAxes_ = false;
     mutable std::vector<ExtraJValue::Number> numbers_;
     mutable bool numbersValid_ = false;
     // The cell operator() handed out since numbers_ was built (row * (nx + 1) + column), or

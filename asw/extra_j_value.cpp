@@ -74,6 +74,10 @@ double Times(double a, double b) {
     return a * b;
 }
 
+double Minus(double a, double b) {
+    return a - b;
+}
+
 }  // namespace
 
 ExtraJValue::Number ExtraJValue::Number::Of(const Json::Value& v) {
@@ -139,14 +143,19 @@ Json::Value ExtraJValue::operator/(const ExtraJValue& other) const {
 }
 
 bool ExtraJValue::operator<(const ExtraJValue& other) const {
-    if (value_.type() == other.value_.type() || !IsNumeric(value_) || !IsNumeric(other.value_)) {
-        return value_ < other.value_;
+    return Less(value_, other.value_);
+}
+
+bool ExtraJValue::Less(const Json::Value& a, const Json::Value& b) {
+    if (a.type() == b.type() || !IsNumeric(a) || !IsNumeric(b)) {
+        return a < b;
     }
-    Json::Value d = *this - other;
-    if (d.type() == Json::realValue) {
-        return d.asDouble() < 0;
+    // Both numeric, of different kinds: the sign of a - b.
+    const Number d = CalculateNumbers(FromJson(a), FromJson(b), Minus);
+    if (d.kind == Json::realValue) {
+        return d.value < 0;
     }
-    return d.type() == Json::intValue && d.asInt64() < 0;
+    return d.kind == Json::intValue && static_cast<Json::Int64>(d.value) < 0;
 }
 
 bool ExtraJValue::operator==(const ExtraJValue& other) const {

@@ -41,6 +41,8 @@ public:
     // operands (for loops over whole tables).
     static Json::Value Add(const Json::Value& a, const Json::Value& b);
     static Json::Value Multiply(const Json::Value& a, const Json::Value& b);
+    // ExtraJValue(a) < ExtraJValue(b), without copying the operands (for searches on axes).
+    static bool Less(const Json::Value& a, const Json::Value& b);
 
     // A JSON value reduced to what the rules look at: its kind (nullValue for anything that
     // is not numeric) and its value as asDouble() gives it. Lets a caller read a table once
@@ -58,6 +60,8 @@ public:
         explicit Sum(const Json::Value& start);
         void AddProduct(const Number& a, const Number& b);
         Json::Value Value() const;
+        // The sum as a plain number: Number::Of(Value()) without building the JSON value.
+        Number Result() const { return Number{kind_, value_}; }
 
     private:
         Json::ValueType kind_;  // nullValue once an operand was not numeric

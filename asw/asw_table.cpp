@@ -1,5 +1,7 @@
 #include "asw/asw_table.h"
 
+#include <algorithm>
+
 #include "asw/extra_j_value.h"
 
 namespace {
@@ -10,10 +12,70 @@ const Json::Value& NullValue() {
     return *null;
 }
 
+// The number of elements an array stores (size() counts up to the last index).
+Json::ArrayIndex StoredCount(const Json::Value& array) {
+    Json::ArrayIndex stored = 0;
+    for (auto it = array.begin(); it != array.end(); ++it) {
+        ++stored;
+    }
+    return stored;
+}
+
+}  // namespace
+
+AswTable::Edge AswTable::Edge::Of(const Json::Value& v) {
+    Edge e{v, ExtraJValue::Number::Of(v)};
+    if (e.number.kind == Json::intValue) {
+        e.i = v.asLargestInt();
+    } else if (e.number.kind == Json::uintValue) {
+        e.u = v.asLargestUInt();
+    }
+    return e;
+}
+
+bool AswTable::EdgeLess(const Edge& a, const Edge& b) {
+    const Json::ValueType ka = a.number.kind;
+    const Json::ValueType kb = b.number.kind;
+    if (ka == Json::nullValue || kb == Json::nullValue) {
+        return a.value < b.value;
+    }
+    if (ka != kb) {
+        return ExtraJValue::LessAcrossKinds(a.number, b.number);
+    }
+    switch (ka) {  // Json::Value's own order within one numeric kind
+        case Json::intValue:
+            return a.i < b.i;
+        case Json::uintValue:
+            return a.u < b.u;
+        default:
+            return a.number.value < b.number.value;
+    }
+}
+
+bool AswTable::EdgeEqual(const Edge& a, const Edge& b) {
+    const Json::ValueType ka = a.number.kind;
+    const Json::ValueType kb = b.number.kind;
+    if (ka == Json::nullValue || kb == Json::nullValue) {
+        return a.value == b.value;
+    }
+    if (ka != kb) {
+        return false;
+    }
+    switch (ka) {
+        case Json::intValue:
+            return a.i == b.i;
+        case Json::uintValue:
+            return a.u == b.u;
+        default:
+            return a.number.value == b.number.value;
+    }
+}
+
 // The bin of v on an axis: the first k with not (edge[k] < v), else the extra last bin.
-Json::ArrayIndex BinOf(const std::vector<Json::Value>& edges, const Json::Value& v) {
+Json::ArrayIndex AswTable::BinOf(const std::vector<Edge>& edges, const Json::Value& v) {
+    const Edge value = Edge::Of(v);
     for (size_t k = 0; k < edges.size(); ++k) {
-        if (!ExtraJValue::Less(edges[k], v)) {
+        if (!EdgeLess(edges[k], value)) {
             return static_cast<Json::ArrayIndex>(k);
         }
     }
@@ -22,24 +84,68 @@ Json::ArrayIndex BinOf(const std::vector<Json::Value>& edges, const Json::Value&
 
 // The axis' elements by index (null where an index is not stored); `dense` is cleared when
 // some index below size() is not stored.
-std::vector<Json::Value> EdgesOf(const Json::Value& axis, bool& dense) {
-    std::vector<Json::Value> edges;
+std::vector<AswTable::Edge> AswTable::EdgesOf(const Json::Value& axis, bool& dense) {
+    std::vector<Edge> edges;
     if (!axis.isArray()) {
         return edges;
     }
     edges.reserve(axis.size());
     for (Json::ArrayIndex k = 0; k < axis.size(); ++k) {
-        edges.push_back(axis[k]);
+        edges.push_back(Edge::Of(axis[k]));
     }
-    Json::ArrayIndex stored = 0;
-    for (auto it = axis.begin(); it != axis.end(); ++it) {
-        ++stored;
-    }
-    dense = dense && stored == axis.size();
+    dense = dense && StoredCount(axis) == axis.size();
     return edges;
 }
 
-}  // namespace
+AswTable::AswTable(const AswTable& other)
+    : x_(other.x_),
+      y_(other.y_),
+      table_(other.table_),
+      legal_(other.legal_),
+      hasAxes_(other.hasAxes_),
+      xEdges_(other.xEdges_),
+      yEdges_(other.yEdges_),
+      denseAxes_(other.denseAxes_) {
+    InitCells();
+}
+
+AswTable& AswTable::operator=(const AswTable& other) {
+    if (this == &other) {
+        return *this;
+    }
+    x_ = other.x_;
+    y_ = other.y_;
+    table_ = other.table_;
+    legal_ = other.legal_;
+    hasAxes_ = other.hasAxes_;
+    xEdges_ = other.xEdges_;
+    yEdges_ = other.yEdges_;
+    denseAxes_ = other.denseAxes_;
+    numbers_.clear();
+    numbersValid_ = false;
+    staleCell_ = kNoCell;
+    InitCells();
+    return *this;
+}
+
+void AswTable::InitCells() {
+    cells_.clear();
+    if (!legal_ || StoredCount(table_) != table_.size()) {
+        return;
+    }
+    for (const Json::Value& row : table_) {
+        if (StoredCount(row) != row.size()) {
+            return;
+        }
+    }
+    cells_.reserve(static_cast<size_t>(table_.size()) * (x_.size() + 1));
+    for (Json::ArrayIndex i = 0; i < table_.size(); ++i) {
+        Json::Value& row = table_[i];
+        for (Json::ArrayIndex j = 0; j <= x_.size(); ++j) {
+            cells_.push_back(&row[j]);
+        }
+    }
+}
 
 AswTable::AswTable(const Json::Value& x, const Json::Value& y, const Json::Value& table)
     : x_(x), y_(y), table_(table) {
@@ -65,6 +171,7 @@ void AswTable::InitValueSpace() {
     InitEdges();
     if (!HasAxes() || !table_.isNull()) {
         legal_ = CheckLegal();
+        InitCells();
         return;
     }
     Json::Value row(Json::arrayValue);
@@ -76,6 +183,7 @@ void AswTable::InitValueSpace() {
         table_.append(row);
     }
     legal_ = CheckLegal();
+    InitCells();
 }
 
 bool AswTable::CheckLegal() const {
@@ -96,7 +204,10 @@ bool AswTable::operator==(const AswTable& other) const {
 
 bool AswTable::SameAxes(const AswTable& other) const {
     if (denseAxes_ && other.denseAxes_) {
-        return xEdges_ == other.xEdges_ && yEdges_ == other.yEdges_;
+        return std::equal(xEdges_.begin(), xEdges_.end(), other.xEdges_.begin(),
+                          other.xEdges_.end(), EdgeEqual) &&
+               std::equal(yEdges_.begin(), yEdges_.end(), other.yEdges_.begin(),
+                          other.yEdges_.end(), EdgeEqual);
     }
     return x_ == other.x_ && y_ == other.y_;
 }
@@ -134,7 +245,8 @@ const std::vector<ExtraJValue::Number>& AswTable::Numbers() const {
     } else if (staleCell_ != kNoCell) {
         const auto row = static_cast<Json::ArrayIndex>(staleCell_ / columns);
         const auto column = static_cast<Json::ArrayIndex>(staleCell_ % columns);
-        numbers_[staleCell_] = ExtraJValue::Number::Of(Cell(row, column));
+        numbers_[staleCell_] =
+            ExtraJValue::Number::Of(cells_.empty() ? Cell(row, column) : *cells_[staleCell_]);
     }
     staleCell_ = kNoCell;
     return numbers_;
@@ -200,7 +312,7 @@ Json::Value& AswTable::operator()(const Json::Value& x, const Json::Value& y) {
         ForgetNumbers();  // only one handed-out cell is tracked
     }
     staleCell_ = cell;
-    return table_[row][column];
+    return cells_.empty() ? table_[row][column] : *cells_[cell];
 }
 
 Json::Value AswTable::AccumulateX(const Json::Value& threshold) const {
@@ -208,10 +320,11 @@ Json::Value AswTable::AccumulateX(const Json::Value& threshold) const {
     if (!table_.isArray() || !x_.isArray()) {
         return sum;
     }
+    const Edge t = Edge::Of(threshold);
     Json::ArrayIndex nx = x_.size();
     for (Json::ArrayIndex i = 0; i < table_.size(); ++i) {
         for (Json::ArrayIndex j = 1; j <= nx; ++j) {
-            if (j == nx || ExtraJValue::Less(threshold, xEdges_[j])) {
+            if (j == nx || EdgeLess(t, xEdges_[j])) {
                 sum = ExtraJValue::Add(sum, Cell(i, j));
             }
         }
@@ -224,9 +337,10 @@ Json::Value AswTable::AccumulateY(const Json::Value& threshold) const {
     if (!table_.isArray() || !y_.isArray() || !x_.isArray()) {
         return sum;
     }
+    const Edge t = Edge::Of(threshold);
     Json::ArrayIndex ny = y_.size();
     for (Json::ArrayIndex i = 1; i <= ny; ++i) {
-        if (i == ny || ExtraJValue::Less(threshold, yEdges_[i])) {
+        if (i == ny || EdgeLess(t, yEdges_[i])) {
             for (Json::ArrayIndex j = 0; j <= x_.size(); ++j) {
                 sum = ExtraJValue::Add(sum, Cell(i, j));
             }

@@ -34,8 +34,9 @@ public:
     // Copies the axes and the table; a null table on array axes becomes all zeros.
     AswTable(const Json::Value& x, const Json::Value& y, const Json::Value& table);
     AswTable(const Json::Value& x, const Json::Value& y);
-    AswTable(const AswTable& other) = default;
-    AswTable& operator=(const AswTable& other) = default;
+    // A copy has the same axes and cells; its numbers are built afresh at its first product.
+    AswTable(const AswTable& other);
+    AswTable& operator=(const AswTable& other);
     virtual ~AswTable() = default;
 
     bool IsLegal() const { return legal_; }
@@ -62,8 +63,24 @@ public:
     const Json::Value& Table() const { return table_; }
 
 private:
+    // An axis element with what comparisons read from it, taken once: its number (kind
+    // nullValue when not numeric) and, for the integer kinds, its exact integer.
+    struct Edge {
+        Json::Value value;
+        ExtraJValue::Number number;
+        Json::LargestInt i = 0;
+        Json::LargestUInt u = 0;
+        static Edge Of(const Json::Value& v);
+    };
+    // ExtraJValue::Less and Json::Value's == on edges.
+    static bool EdgeLess(const Edge& a, const Edge& b);
+    static bool EdgeEqual(const Edge& a, const Edge& b);
+    static Json::ArrayIndex BinOf(const std::vector<Edge>& edges, const Json::Value& v);
+    static std::vector<Edge> EdgesOf(const Json::Value& axis, bool& dense);
+
     void InitValueSpace();
     void InitEdges();
+    void InitCells();
     bool HasAxes() const;
     bool SameAxes(const AswTable& other) const;
     // Sum of cell * other cell over all cells in row order; the axes must be equal.
@@ -89,9 +106,14 @@ private:
     // x_[k] and y_[k] for every k < size(); denseAxes_ when every index of both arrays is
     // stored (always so for parsed arrays), the case in which comparing the edges equals
     // comparing the JSON arrays.
-    std::vector<Json::Value> xEdges_;
-    std::vector<Json::Value> yEdges_;
+    std::vector<Edge> xEdges_;
+    std::vector<Edge> yEdges_;
     bool denseAxes_ = false;
+    // The cells of a legal table whose rows store every index, row by row, as addresses of
+    // table_'s elements; empty otherwise (cells are then looked up in the JSON arrays). The
+    // structure of such a table never changes, so the addresses hold until table_ is
+    // replaced, which only the constructors and the assignment do; they rebuild them.
+    std::vector<Json::Value*> cells_;
     mutable std::vector<ExtraJValue::Number> numbers_;
     mutable bool numbersValid_ = false;
     // The cell operator() handed out since numbers_ was built (row * (nx + 1) + column), or

@@ -1,6 +1,7 @@
 #include "asw/extra_j_value.h"
 
 #include <cmath>
+#include <cstdint>
 #include <limits>
 
 namespace {
@@ -26,12 +27,18 @@ Json::Value ToJson(const Number& n) {
     }
 }
 
+// True when the value has no fractional part (modf would give 0): every double of magnitude
+// 2^52 or more and both infinities; never NaN. Below 2^52 the value fits an int64 exactly.
 bool IsIntegral(const Number& n) {
     if (n.kind == Json::intValue || n.kind == Json::uintValue) {
         return true;
     }
-    double whole = 0.0;
-    return std::modf(n.value, &whole) == 0.0;
+    constexpr double kAllIntegral = 4503599627370496.0;  // 2^52
+    const double v = n.value;
+    if (!(std::fabs(v) < kAllIntegral)) {
+        return !std::isnan(v);
+    }
+    return static_cast<double>(static_cast<int64_t>(v)) == v;
 }
 
 // Integer result of an integral calculation (see the header).
@@ -150,8 +157,11 @@ bool ExtraJValue::Less(const Json::Value& a, const Json::Value& b) {
     if (a.type() == b.type() || !IsNumeric(a) || !IsNumeric(b)) {
         return a < b;
     }
-    // Both numeric, of different kinds: the sign of a - b.
-    const Number d = CalculateNumbers(FromJson(a), FromJson(b), Minus);
+    return LessAcrossKinds(FromJson(a), FromJson(b));
+}
+
+bool ExtraJValue::LessAcrossKinds(const Number& a, const Number& b) {
+    const Number d = CalculateNumbers(a, b, Minus);
     if (d.kind == Json::realValue) {
         return d.value < 0;
     }

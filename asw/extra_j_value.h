@@ -52,6 +52,9 @@ public:
         double value;
         static Number Of(const Json::Value& v);
     };
+    // The < rule for two numeric operands of different kinds, given as Numbers: the sign of
+    // a - b.
+    static bool LessAcrossKinds(const Number& a, const Number& b);
 
     // A running sum of products: each step is sum = sum + a * b with the rules above, the sum
     // kept as a plain number between steps (the inner loop of a table product).

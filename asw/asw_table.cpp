@@ -24,7 +24,7 @@ Json::ArrayIndex StoredCount(const Json::Value& array) {
 }  // namespace
 
 AswTable::Edge AswTable::Edge::Of(const Json::Value& v) {
-    Edge e{v, ExtraJValue::Number::Of(v)};
+    Edge e{&v, ExtraJValue::Number::Of(v)};
     if (e.number.kind == Json::intValue) {
         e.i = v.asLargestInt();
     } else if (e.number.kind == Json::uintValue) {
@@ -37,7 +37,7 @@ bool AswTable::EdgeLess(const Edge& a, const Edge& b) {
     const Json::ValueType ka = a.number.kind;
     const Json::ValueType kb = b.number.kind;
     if (ka == Json::nullValue || kb == Json::nullValue) {
-        return a.value < b.value;
+        return *a.value < *b.value;
     }
     if (ka != kb) {
         return ExtraJValue::LessAcrossKinds(a.number, b.number);
@@ -56,7 +56,7 @@ bool AswTable::EdgeEqual(const Edge& a, const Edge& b) {
     const Json::ValueType ka = a.number.kind;
     const Json::ValueType kb = b.number.kind;
     if (ka == Json::nullValue || kb == Json::nullValue) {
-        return a.value == b.value;
+        return *a.value == *b.value;
     }
     if (ka != kb) {
         return false;
@@ -98,14 +98,8 @@ std::vector<AswTable::Edge> AswTable::EdgesOf(const Json::Value& axis, bool& den
 }
 
 AswTable::AswTable(const AswTable& other)
-    : x_(other.x_),
-      y_(other.y_),
-      table_(other.table_),
-      legal_(other.legal_),
-      hasAxes_(other.hasAxes_),
-      xEdges_(other.xEdges_),
-      yEdges_(other.yEdges_),
-      denseAxes_(other.denseAxes_) {
+    : x_(other.x_), y_(other.y_), table_(other.table_), legal_(other.legal_) {
+    InitEdges();
     InitCells();
 }
 
@@ -117,10 +111,7 @@ AswTable& AswTable::operator=(const AswTable& other) {
     y_ = other.y_;
     table_ = other.table_;
     legal_ = other.legal_;
-    hasAxes_ = other.hasAxes_;
-    xEdges_ = other.xEdges_;
-    yEdges_ = other.yEdges_;
-    denseAxes_ = other.denseAxes_;
+    InitEdges();
     numbers_.clear();
     numbersValid_ = false;
     staleCell_ = kNoCell;
@@ -285,10 +276,8 @@ ExtraJValue::Sum AswTable::ProductSum(const AswTable& other) const {
     // pass, so it works on the numbers kept beside the JSON cells.
     const std::vector<ExtraJValue::Number>& mine = Numbers();
     const std::vector<ExtraJValue::Number>& theirs = other.Numbers();
-    ExtraJValue::Sum sum(Json::Value(Json::Int(0)));
-    for (size_t k = 0; k < mine.size(); ++k) {
-        sum.AddProduct(mine[k], theirs[k]);
-    }
+    ExtraJValue::Sum sum(ExtraJValue::Number{Json::intValue, 0.0});  // Number::Of(Json::Int(0))
+    sum.AddProducts(mine.data(), theirs.data(), mine.size());
     return sum;
 }
 
@@ -307,7 +296,7 @@ Json::Value& AswTable::operator()(const Json::Value& x, const Json::Value& y) {
     }
     const Json::ArrayIndex row = BinOf(yEdges_, y);
     const Json::ArrayIndex column = BinOf(xEdges_, x);
-    const size_t cell = static_cast<size_t>(row) * (x_.size() + 1) + column;
+    const size_t cell = static_cast<size_t>(row) * (xEdges_.size() + 1) + column;
     if (staleCell_ != kNoCell && staleCell_ != cell) {
         ForgetNumbers();  // only one handed-out cell is tracked
     }

@@ -63,10 +63,12 @@ public:
     const Json::Value& Table() const { return table_; }
 
 private:
-    // An axis element with what comparisons read from it, taken once: its number (kind
-    // nullValue when not numeric) and, for the integer kinds, its exact integer.
+    // An axis element (or a value looked up on an axis) with what comparisons read from it,
+    // taken once: its number (kind nullValue when not numeric) and, for the integer kinds, its
+    // exact integer. `value` points into the axis (or at the caller's value): edges are made
+    // afresh whenever the axes are copied.
     struct Edge {
-        Json::Value value;
+        const Json::Value* value;
         ExtraJValue::Number number;
         Json::LargestInt i = 0;
         Json::LargestUInt u = 0;

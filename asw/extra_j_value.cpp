@@ -87,6 +87,14 @@ double Minus(double a, double b) {
 
 }  // namespace
 
+ExtraJValue::Number ExtraJValue::AddNumbers(const Number& a, const Number& b) {
+    return CalculateNumbers(a, b, Plus);
+}
+
+Json::Value ExtraJValue::ToValue(const Number& n) {
+    return ToJson(n);
+}
+
 ExtraJValue::Number ExtraJValue::Number::Of(const Json::Value& v) {
     return FromJson(v);
 }
@@ -100,6 +108,15 @@ ExtraJValue::Sum::Sum(const Json::Value& start) {
 void ExtraJValue::Sum::AddProduct(const Number& a, const Number& b) {
     const Number product = CalculateNumbers(a, b, Times);
     const Number sum = CalculateNumbers(Number{kind_, value_}, product, Plus);
+    kind_ = sum.kind;
+    value_ = sum.value;
+}
+
+void ExtraJValue::Sum::AddProducts(const Number* a, const Number* b, size_t n) {
+    Number sum{kind_, value_};
+    for (size_t k = 0; k < n; ++k) {
+        sum = CalculateNumbers(sum, CalculateNumbers(a[k], b[k], Times), Plus);
+    }
     kind_ = sum.kind;
     value_ = sum.value;
 }

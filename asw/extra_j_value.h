@@ -17,6 +17,7 @@
 
 #include <json/json.h>
 
+#include <cstddef>
 #include <functional>
 
 class ExtraJValue {
@@ -55,13 +56,22 @@ public:
     // The < rule for two numeric operands of different kinds, given as Numbers: the sign of
     // a - b.
     static bool LessAcrossKinds(const Number& a, const Number& b);
+    // Number::Of(ExtraJValue(a) + ExtraJValue(b)) for operands given as Numbers; null when
+    // either is (an operand that is not numeric).
+    static Number AddNumbers(const Number& a, const Number& b);
+    // The JSON value a Number stands for (null for kind nullValue); Number::Of gives it back
+    // for every result of these rules.
+    static Json::Value ToValue(const Number& n);
 
     // A running sum of products: each step is sum = sum + a * b with the rules above, the sum
     // kept as a plain number between steps (the inner loop of a table product).
     class Sum {
     public:
         explicit Sum(const Json::Value& start);
+        explicit Sum(const Number& start) : kind_(start.kind), value_(start.value) {}
         void AddProduct(const Number& a, const Number& b);
+        // AddProduct(a[k], b[k]) for k = 0 .. n - 1, in that order.
+        void AddProducts(const Number* a, const Number* b, size_t n);
         Json::Value Value() const;
         // The sum as a plain number: Number::Of(Value()) without building the JSON value.
         Number Result() const { return Number{kind_, value_}; }

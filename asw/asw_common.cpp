@@ -55,8 +55,12 @@ T FromStub(double v) {
 }  // namespace
 
 TimePoint Now() {
+    unsigned speed = 1;
+    return Now(speed);
+}
+
+TimePoint Now(unsigned& speed) {
     int64_t nowUs = WallUs();
-    unsigned speed;
     int64_t baseUs;
     {
         StubState& s = Stub();

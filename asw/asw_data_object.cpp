@@ -156,9 +156,10 @@ void AswDataObject::Update(unsigned vbatMv, unsigned tempC, bool usbIn, bool sim
         UpdateRealSwellValue(swellTable);
         return;
     }
-    uint64_t speed = Asw::GetTimeSpeed();
+    unsigned clockSpeed = 1;
+    Asw::TimePoint now = Asw::Now(clockSpeed);
+    uint64_t speed = clockSpeed;
     uint64_t dt = speed * kStepSeconds;
-    Asw::TimePoint now = Asw::Now();
     if (now >= lastUpdate_) {
         int64_t e = std::chrono::duration_cast<std::chrono::seconds>(now - lastUpdate_).count();
         if (static_cast<uint64_t>(e) < speed * kGapSeconds) {

@@ -222,7 +222,8 @@ const Json::Value& AswTable::Cell(Json::ArrayIndex row, Json::ArrayIndex column)
 }
 
 const std::vector<ExtraJValue::Number>& AswTable::Numbers() const {
-    const Json::ArrayIndex columns = x_.size() + 1;
+    // Products need axes, so the edges are the whole X axis.
+    const Json::ArrayIndex columns = static_cast<Json::ArrayIndex>(xEdges_.size()) + 1;
     if (!numbersValid_) {
         numbers_.clear();
         numbers_.reserve(static_cast<size_t>(y_.size() + 1) * columns);

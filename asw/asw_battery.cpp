@@ -3,9 +3,28 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <string>
 
 #include "core/soh_enviroment.h"
 #include "core/soh_log.h"
+
+namespace {
+
+// The nodes a pass samples, as strings made once.
+struct SamplePaths {
+    std::string voltage{AswNodes::kBatteryVoltageNow};
+    std::string temp{AswNodes::kBatteryTemp};
+    std::string charger{AswNodes::kChargerType};
+    std::string cycles{AswNodes::kBatteryCycleCount};
+};
+
+const SamplePaths& Paths() {
+    static const SamplePaths* paths = new SamplePaths;  // never destroyed: detached threads may
+                                                        // still use it while the process exits
+    return *paths;
+}
+
+}  // namespace
 
 AswBattery::AswBattery(const Json::Value& config, const Json::Value& battery)
     : config_(config), battery_(battery), lastSave_(Asw::Now()) {}
@@ -107,11 +126,12 @@ uint32_t AswBattery::Update() {
 }
 
 AswBattery::Sample AswBattery::ReadSample() const {
+    const SamplePaths& paths = Paths();
     Sample s;
-    s.vbatMv = Asw::ReadDeviceStrToT<unsigned>(AswNodes::kBatteryVoltageNow) / 1000;
+    s.vbatMv = Asw::ReadDeviceStrToT<unsigned>(paths.voltage) / 1000;
     // Tenths of a degree to whole degrees, truncated; a negative temperature is passed on as
     // a large unsigned number and so counted in the top row (a failed read likewise).
-    float deci = Asw::ReadDeviceStrToT<float>(AswNodes::kBatteryTemp) / 10.0f;
+    float deci = Asw::ReadDeviceStrToT<float>(paths.temp) / 10.0f;
     int32_t temp = 0;
     if (deci >= 2147483647.0f) {
         temp = INT32_MAX;
@@ -121,9 +141,9 @@ AswBattery::Sample AswBattery::ReadSample() const {
         temp = static_cast<int32_t>(deci);
     }
     s.tempC = static_cast<unsigned>(temp);
-    s.usbIn = Asw::ReadDeviceStrToT<unsigned>(AswNodes::kChargerType) != kNoCharger;
+    s.usbIn = Asw::ReadDeviceStrToT<unsigned>(paths.charger) != kNoCharger;
     s.simIn = Asw::IsSimPlugIn();
-    s.cycles = Asw::ReadDeviceStrToT<int>(AswNodes::kBatteryCycleCount);
+    s.cycles = Asw::ReadDeviceStrToT<int>(paths.cycles);
     return s;
 }
 

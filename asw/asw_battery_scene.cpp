@@ -6,19 +6,6 @@
 #include "asw/asw_policy_factory.h"
 #include "core/soh_log.h"
 
-namespace {
-
-// A stored instant as seconds; false when it is not an integer.
-bool AsSeconds(const Json::Value& v, int64_t& out) {
-    if (!v.isInt64()) {
-        return false;
-    }
-    out = v.asInt64();
-    return true;
-}
-
-}  // namespace
-
 bool AswBattery::CreateActiveScene(const Json::Value& groupNo) {
     if (!battery_["NormalSceneDmdNo"].isUInt()) {
         SOH_LOGE("asw battery not configure normal scene dmd no\n");
@@ -55,8 +42,7 @@ bool AswBattery::CreateActiveScene(const Json::Value& groupNo) {
 void AswBattery::TryUpdateScene() {
     int64_t start = 0;
     int64_t end = 0;
-    bool dayChanged = AsSeconds((*today_)["Tstart"], start) && AsSeconds((*today_)["Tend"], end) &&
-                      !Asw::IsSameDay(start, end);
+    bool dayChanged = today_->GetPeriodSeconds(start, end) && !Asw::IsSameDay(start, end);
     if (dayChanged) {
         OverDay();
     }

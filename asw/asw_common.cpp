@@ -55,8 +55,12 @@ T FromStub(double v) {
 }  // namespace
 
 TimePoint Now() {
+    unsigned speed = 1;
+    return Now(speed);
+}
+
+TimePoint Now(unsigned& speed) {
     int64_t nowUs = WallUs();
-    unsigned speed;
     int64_t baseUs;
     {
         StubState& s = Stub();
@@ -167,10 +171,28 @@ bool IsFileExist(const std::string& path) {
     return SohFile::Exists(path);
 }
 
+namespace {
+
+constexpr int kSimSlots = 3;
+
+// The modem signal property of each slot, built once (every pass reads at least one).
+const std::string& SimKey(int slot) {
+    static const std::string* keys = [] {
+        auto* k = new std::string[kSimSlots];  // never destroyed, as Stub()
+        for (int i = 0; i < kSimSlots; ++i) {
+            k[i] = std::string(AswNodes::kSimPropPrefix) + std::to_string(i) +
+                   AswNodes::kSimPropSuffix;
+        }
+        return k;
+    }();
+    return keys[slot];
+}
+
+}  // namespace
+
 bool IsSimPlugIn() {
-    for (int slot = 0; slot < 3; ++slot) {
-        std::string key =
-            std::string(AswNodes::kSimPropPrefix) + std::to_string(slot) + AswNodes::kSimPropSuffix;
+    for (int slot = 0; slot < kSimSlots; ++slot) {
+        const std::string& key = SimKey(slot);
         char value[PROPERTY_VALUE_MAX] = {0};
         int rc = property_get(key.c_str(), value, "");
         if (rc < 0) {

@@ -54,6 +54,8 @@ constexpr const char* kAswellAddKey = "dbg_asw_aswell_add";
 using TimePoint = std::chrono::time_point<std::chrono::system_clock, std::chrono::microseconds>;
 
 TimePoint Now();
+// Now() and GetTimeSpeed() read together, as one state of the clock.
+TimePoint Now(unsigned& speed);
 // Whole seconds since the epoch of an ASW instant (truncated toward zero).
 int64_t ToSeconds(TimePoint t);
 

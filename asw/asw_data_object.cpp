@@ -34,8 +34,79 @@ AswDataObject::AswDataObject(AswTable&& table, Json::Value&& data)
 }
 
 AswDataObject::AswDataObject(const AswDataObject& other)
-    : timeTable_(other.timeTable_), data_(other.data_), lastUpdate_(Asw::Now()) {
+    : timeTable_(other.timeTable_), data_(other.GetData()), lastUpdate_(Asw::Now()) {
     CreateFuncMaps();
+}
+
+Json::Value& AswDataObject::Counter(CounterSlot slot) const {
+    static constexpr const char* kNames[kCounterSlots] = {
+        "Tend", "CycEnd", "Tstat", "Tsim_in", "Tusb_in", "Taction", "Tusb_out"};
+    const size_t i = static_cast<size_t>(slot);
+    if (counters_[i] == nullptr) {
+        // Flush, a const member, writes the counters back: what the object stands for does
+        // not change, only where the newest counters are kept.
+        counters_[i] = &const_cast<Json::Value&>(data_)[kNames[i]];
+    }
+    return *counters_[i];
+}
+
+AswDataObject::PendingCounter& AswDataObject::Pending(CounterSlot slot) {
+    PendingCounter& p = pending_[static_cast<size_t>(slot)];
+    if (!p.loaded) {
+        const Json::Value& v = Counter(slot);
+        p.number = ExtraJValue::Number::Of(v);
+        p.null = v.isNull();
+        p.loaded = true;
+        p.dirty = false;
+    }
+    return p;
+}
+
+void AswDataObject::SetPending(CounterSlot slot, const ExtraJValue::Number& value) {
+    PendingCounter& p = pending_[static_cast<size_t>(slot)];
+    p.number = value;
+    p.null = value.kind == Json::nullValue;
+    p.loaded = true;
+    p.dirty = true;
+}
+
+void AswDataObject::Flush() const {
+    for (size_t i = 0; i < kCounterSlots; ++i) {
+        PendingCounter& p = pending_[i];
+        if (p.dirty) {
+            Counter(static_cast<CounterSlot>(i)) = ExtraJValue::ToValue(p.number);
+        }
+        p = PendingCounter{};
+    }
+}
+
+const Json::Value& AswDataObject::GetData() const {
+    Flush();
+    return data_;
+}
+
+bool AswDataObject::GetPeriodSeconds(int64_t& start, int64_t& end) const {
+    if (tstart_ == nullptr) {
+        static constexpr char kKey[] = "Tstart";  // never a pending counter
+        tstart_ = data_.find(kKey, kKey + sizeof(kKey) - 1);
+    }
+    if (tstart_ == nullptr || !tstart_->isInt64()) {
+        return false;
+    }
+    start = tstart_->asInt64();
+    const PendingCounter& p = pending_[static_cast<size_t>(CounterSlot::kTend)];
+    if (p.dirty && (p.number.kind == Json::uintValue || p.number.kind == Json::intValue)) {
+        // An integer counter is a 32-bit integer held exactly: an int64 as it stands.
+        end = static_cast<int64_t>(p.number.value);
+        return true;
+    }
+    const Json::Value& tend =
+        p.dirty ? ExtraJValue::ToValue(p.number) : data_.get("Tend", Json::Value());
+    if (!tend.isInt64()) {
+        return false;
+    }
+    end = tend.asInt64();
+    return true;
 }
 
 void AswDataObject::CreateFuncMaps() {
@@ -53,6 +124,7 @@ void AswDataObject::Prepare() {
 }
 
 void AswDataObject::Prepare(int cyc) {
+    Flush();
     Json::Value t = MakeUInt(NowSeconds(Asw::Now()));
     if (data_["Tstart"].isNull()) {
         data_["Tstart"] = t;
@@ -84,9 +156,10 @@ void AswDataObject::Update(unsigned vbatMv, unsigned tempC, bool usbIn, bool sim
         UpdateRealSwellValue(swellTable);
         return;
     }
-    uint64_t speed = Asw::GetTimeSpeed();
+    unsigned clockSpeed = 1;
+    Asw::TimePoint now = Asw::Now(clockSpeed);
+    uint64_t speed = clockSpeed;
     uint64_t dt = speed * kStepSeconds;
-    Asw::TimePoint now = Asw::Now();
     if (now >= lastUpdate_) {
         int64_t e = std::chrono::duration_cast<std::chrono::seconds>(now - lastUpdate_).count();
         if (static_cast<uint64_t>(e) < speed * kGapSeconds) {
@@ -95,51 +168,58 @@ void AswDataObject::Update(unsigned vbatMv, unsigned tempC, bool usbIn, bool sim
     }
     unsigned step = static_cast<unsigned>(std::min<uint64_t>(dt, UINT32_MAX));
     lastUpdate_ = now;
-    data_["Tend"] = MakeUInt(NowSeconds(now));
-    data_["CycEnd"] = Json::Value(Json::Int(cycles));
+    // The values MakeUInt and Json::Int would store, as numbers.
+    SetPending(CounterSlot::kTend, {Json::uintValue, static_cast<double>(NowSeconds(now))});
+    SetPending(CounterSlot::kCycEnd, {Json::intValue, static_cast<double>(cycles)});
 
-    UpdateTValue("Tstat", true, step);
-    UpdateTValue("Tsim_in", simIn, step);
-    UpdateTValue("Tusb_in", usbIn, step);
-    UpdateTValue("Taction", action, step);
-    UpdateTusbOut(usbIn, step);
-    UpdateTtable(step, vbatMv, tempC);
+    const ExtraJValue::Number stepNumber{Json::uintValue, static_cast<double>(step)};
+    UpdateTValue(CounterSlot::kTstat, true, stepNumber);
+    UpdateTValue(CounterSlot::kTsimIn, simIn, stepNumber);
+    UpdateTValue(CounterSlot::kTusbIn, usbIn, stepNumber);
+    UpdateTValue(CounterSlot::kTaction, action, stepNumber);
+    UpdateTusbOut(usbIn, stepNumber);
+    UpdateTtable(MakeUInt(step), vbatMv, tempC);
     UpdateRealSwellValue(swellTable);
 }
 
-void AswDataObject::UpdateTValue(const char* key, bool flag, unsigned dt) {
-    Json::Value& v = data_[key];
-    if (v.isNull()) {
-        v = Json::Value(Json::Int(0));
+// A null counter starts at 0; a counter that is neither null nor a number stays as it is
+// unless added to, which makes it null.
+void AswDataObject::UpdateTValue(CounterSlot slot, bool flag, const ExtraJValue::Number& dt) {
+    const PendingCounter& p = Pending(slot);
+    if (p.null) {
+        SetPending(slot, {Json::intValue, 0.0});
     }
     if (flag) {
-        v = ExtraJValue(v) + ExtraJValue(MakeUInt(dt));
+        SetPending(slot, ExtraJValue::AddNumbers(p.number, dt));
     }
 }
 
-void AswDataObject::UpdateTusbOut(bool usbIn, unsigned dt) {
+void AswDataObject::UpdateTusbOut(bool usbIn, const ExtraJValue::Number& dt) {
     if (usbIn) {
-        data_["Tusb_out"] = Json::Value(Json::Int(0));
+        SetPending(CounterSlot::kTusbOut, {Json::intValue, 0.0});
     }
-    UpdateTValue("Tusb_out", !usbIn, dt);
+    UpdateTValue(CounterSlot::kTusbOut, !usbIn, dt);
 }
 
-void AswDataObject::UpdateTtable(unsigned dt, unsigned vbatMv, unsigned tempC) {
+void AswDataObject::UpdateTtable(const Json::Value& dt, unsigned vbatMv, unsigned tempC) {
     Json::Value& cell = timeTable_(MakeUInt(vbatMv), MakeUInt(tempC));
-    cell = ExtraJValue(cell) + ExtraJValue(MakeUInt(dt));
+    cell = ExtraJValue::Add(cell, dt);
 }
 
+// swell_ is the product in swell-days divided by the seconds of a day: p / 86400 in doubles,
+// as ExtraJValue's division gives it for a numeric p (the divisor is never near 0).
 void AswDataObject::UpdateRealSwellValue(const AswTable& swellTable) {
-    Json::Value p = swellTable * timeTable_;
-    if (p.isNull()) {
+    const ExtraJValue::Number p = swellTable.Product(timeTable_);
+    if (p.kind == Json::nullValue) {
         swell_ = 0.0;
         return;
     }
-    Json::Value perDay = ExtraJValue(p) / ExtraJValue(MakeUInt(kSecondsPerDay));
-    swell_ = ExtraJValue::IsNumeric(perDay) ? perDay.asDouble() : 0.0;
+    swell_ = p.value / static_cast<double>(kSecondsPerDay);
 }
 
 AswDataObject& AswDataObject::operator+=(const AswDataObject& other) {
+    Flush();
+    other.Flush();
     timeTable_ += other.timeTable_;
     for (const std::string& key : data_.getMemberNames()) {
         if (!other.data_.isMember(key)) {
@@ -172,6 +252,7 @@ AswDataObject& AswDataObject::operator+=(const AswDataObject& other) {
 }
 
 Json::Value AswDataObject::operator[](const std::string& name) const {
+    Flush();
     auto it = funcs_.find(name);
     if (it != funcs_.end()) {
         return it->second();
@@ -180,6 +261,7 @@ Json::Value AswDataObject::operator[](const std::string& name) const {
 }
 
 unsigned AswDataObject::GetStatSeconds() const {
+    Flush();
     const Json::Value& t = data_["Tstat"];
     if (t.isUInt64()) {
         return static_cast<unsigned>(
@@ -202,6 +284,7 @@ void AswDataObject::SetThreshold(unsigned vbatMv, unsigned tempC) {
 }
 
 Json::Value AswDataObject::Time2PScale(const Json::Value& v) const {
+    Flush();
     const Json::Value& stat = data_["Tstat"];
     if (v.isNull() || !stat.isUInt64() || stat.asLargestUInt() == 0) {
         return Json::Value();
@@ -211,10 +294,12 @@ Json::Value AswDataObject::Time2PScale(const Json::Value& v) const {
 }
 
 Json::Value AswDataObject::PsimIn() const {
+    Flush();
     return Time2PScale(data_.get("Tsim_in", Json::Value()));
 }
 
 Json::Value AswDataObject::PusbIn() const {
+    Flush();
     return Time2PScale(data_.get("Tusb_in", Json::Value()));
 }
 

@@ -18,10 +18,17 @@
 //
 // Bad values never throw: arithmetic on non-numbers gives null, a null derived quantity
 // makes the scene items using it fail. Used by the ASW monitor thread only; no locks.
+//
+// The counters a later Update advances ("Tend", "CycEnd", "Tstat", "Tsim_in", "Tusb_in",
+// "Taction", "Tusb_out") are kept as plain numbers between passes and written into the data
+// when anything reads or changes it (GetData, operator[], the derived quantities, Prepare,
+// operator+=, copies). A reference from GetData therefore shows the counters as of that call.
 #pragma once
 
 #include <json/json.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
@@ -79,14 +86,38 @@ public:
     Json::Value Time2PScale(const Json::Value& v) const;
 
     const AswTable& GetTimeTable() const { return timeTable_; }
-    const Json::Value& GetData() const { return data_; }
+    const Json::Value& GetData() const;
+    // "Tstart" and "Tend" as whole seconds; false unless both are integers (int64).
+    bool GetPeriodSeconds(int64_t& start, int64_t& end) const;
     double GetSwellValue() const { return swell_; }
 
 private:
+    // The members every later Update writes, in the order of kNames in Counter().
+    enum class CounterSlot { kTend, kCycEnd, kTstat, kTsimIn, kTusbIn, kTaction, kTusbOut };
+    static constexpr size_t kCounterSlots = 7;
+
+    // A counter between passes: its value as a Number and whether the member is JSON null (a
+    // member that is neither null nor numeric is kind nullValue and not null).
+    struct PendingCounter {
+        ExtraJValue::Number number{Json::nullValue, 0.0};
+        bool null = true;
+        bool loaded = false;  // number and null describe the counter
+        bool dirty = false;   // newer than the member in data_
+    };
+
     void CreateFuncMaps();
-    void UpdateTValue(const char* key, bool flag, unsigned dt);
-    void UpdateTusbOut(bool usbIn, unsigned dt);
-    void UpdateTtable(unsigned dt, unsigned vbatMv, unsigned tempC);
+    // data_[name of slot], created as null when absent; the member's address is kept after
+    // the first lookup (members of data_ are never removed and data_ is never replaced once
+    // constructed, so the address stays valid for the object's life).
+    Json::Value& Counter(CounterSlot slot) const;
+    // The slot's counter, read from data_ when it is not loaded.
+    PendingCounter& Pending(CounterSlot slot);
+    void SetPending(CounterSlot slot, const ExtraJValue::Number& value);
+    // Writes the dirty counters into data_ and forgets all of them (data_ may change next).
+    void Flush() const;
+    void UpdateTValue(CounterSlot slot, bool flag, const ExtraJValue::Number& dt);
+    void UpdateTusbOut(bool usbIn, const ExtraJValue::Number& dt);
+    void UpdateTtable(const Json::Value& dt, unsigned vbatMv, unsigned tempC);
     void UpdateRealSwellValue(const AswTable& swellTable);
 
     bool firstUpdate_ = true;
@@ -94,7 +125,11 @@ private:
     unsigned tbatThreshold_ = 4294967295u;
     double swell_ = 0.0;
     AswTable timeTable_;
-    Json::Value data_;
+    Json::Value data_;                                   // current once Flush has run
+    mutable Json::Value* counters_[kCounterSlots] = {};  // into data_, see Counter(); not copied
+    mutable PendingCounter pending_[kCounterSlots];      // not copied
+    // The "Tstart" member once it exists (members are never removed); not copied.
+    mutable const Json::Value* tstart_ = nullptr;
     std::map<std::string, std::function<Json::Value()>> funcs_;
     Asw::TimePoint lastUpdate_;
 };

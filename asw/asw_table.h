@@ -17,6 +17,8 @@
 // A product reads the cells of both tables as numbers kept beside the JSON table: built at the
 // first product, refreshed for the one cell operator() handed out since, rebuilt after any
 // other change. A product therefore costs a pass over plain numbers, not over JSON values.
+// The axes never change after construction: their edges are also kept as a plain vector, so
+// that bin searches and axis comparisons do not walk the JSON arrays.
 //
 // No shared state; one thread per object.
 #pragma once
@@ -32,8 +34,9 @@ public:
     // Copies the axes and the table; a null table on array axes becomes all zeros.
     AswTable(const Json::Value& x, const Json::Value& y, const Json::Value& table);
     AswTable(const Json::Value& x, const Json::Value& y);
-    AswTable(const AswTable& other) = default;
-    AswTable& operator=(const AswTable& other) = default;
+    // A copy has the same axes and cells; its numbers are built afresh at its first product.
+    AswTable(const AswTable& other);
+    AswTable& operator=(const AswTable& other);
     virtual ~AswTable() = default;
 
     bool IsLegal() const { return legal_; }
@@ -44,6 +47,8 @@ public:
     // Sum over all cells of cell * other cell (signed 0 for no cells); null unless the axes
     // are equal.
     Json::Value operator*(const AswTable& other) const;
+    // The same product as a plain number (kind nullValue where operator* gives null).
+    ExtraJValue::Number Product(const AswTable& other) const;
     // The cell of the bin holding (x, y). The reference is for changing the cell at once: it
     // must not be kept past the next call on this table.
     Json::Value& operator()(const Json::Value& x, const Json::Value& y);
@@ -58,8 +63,30 @@ public:
     const Json::Value& Table() const { return table_; }
 
 private:
+    // An axis element (or a value looked up on an axis) with what comparisons read from it,
+    // taken once: its number (kind nullValue when not numeric) and, for the integer kinds, its
+    // exact integer. `value` points into the axis (or at the caller's value): edges are made
+    // afresh whenever the axes are copied.
+    struct Edge {
+        const Json::Value* value;
+        ExtraJValue::Number number;
+        Json::LargestInt i = 0;
+        Json::LargestUInt u = 0;
+        static Edge Of(const Json::Value& v);
+    };
+    // ExtraJValue::Less and Json::Value's == on edges.
+    static bool EdgeLess(const Edge& a, const Edge& b);
+    static bool EdgeEqual(const Edge& a, const Edge& b);
+    static Json::ArrayIndex BinOf(const std::vector<Edge>& edges, const Json::Value& v);
+    static std::vector<Edge> EdgesOf(const Json::Value& axis, bool& dense);
+
     void InitValueSpace();
+    void InitEdges();
+    void InitCells();
     bool HasAxes() const;
+    bool SameAxes(const AswTable& other) const;
+    // Sum of cell * other cell over all cells in row order; the axes must be equal.
+    ExtraJValue::Sum ProductSum(const AswTable& other) const;
     // Legality is decided when the table is made: no later change can alter it, since writes
     // go to cells of a legal table (row lengths stay) or, on an illegal one, to cell [0][0],
     // which cannot give it the required rows.
@@ -77,6 +104,18 @@ private:
     Json::Value y_;
     Json::Value table_;
     bool legal_ = false;
+    bool hasAxes_ = false;
+    // x_[k] and y_[k] for every k < size(); denseAxes_ when every index of both arrays is
+    // stored (always so for parsed arrays), the case in which comparing the edges equals
+    // comparing the JSON arrays.
+    std::vector<Edge> xEdges_;
+    std::vector<Edge> yEdges_;
+    bool denseAxes_ = false;
+    // The cells of a legal table whose rows store every index, row by row, as addresses of
+    // table_'s elements; empty otherwise (cells are then looked up in the JSON arrays). The
+    // structure of such a table never changes, so the addresses hold until table_ is
+    // replaced, which only the constructors and the assignment do; they rebuild them.
+    std::vector<Json::Value*> cells_;
     mutable std::vector<ExtraJValue::Number> numbers_;
     mutable bool numbersValid_ = false;
     // The cell operator() handed out since numbers_ was built (row * (nx + 1) + column), or

@@ -1,6 +1,7 @@
 #include "asw/extra_j_value.h"
 
 #include <cmath>
+#include <cstdint>
 #include <limits>
 
 namespace {
@@ -26,12 +27,18 @@ Json::Value ToJson(const Number& n) {
     }
 }
 
+// True when the value has no fractional part (modf would give 0): every double of magnitude
+// 2^52 or more and both infinities; never NaN. Below 2^52 the value fits an int64 exactly.
 bool IsIntegral(const Number& n) {
     if (n.kind == Json::intValue || n.kind == Json::uintValue) {
         return true;
     }
-    double whole = 0.0;
-    return std::modf(n.value, &whole) == 0.0;
+    constexpr double kAllIntegral = 4503599627370496.0;  // 2^52
+    const double v = n.value;
+    if (!(std::fabs(v) < kAllIntegral)) {
+        return !std::isnan(v);
+    }
+    return static_cast<double>(static_cast<int64_t>(v)) == v;
 }
 
 // Integer result of an integral calculation (see the header).
@@ -74,7 +81,19 @@ double Times(double a, double b) {
     return a * b;
 }
 
+double Minus(double a, double b) {
+    return a - b;
+}
+
 }  // namespace
+
+ExtraJValue::Number ExtraJValue::AddNumbers(const Number& a, const Number& b) {
+    return CalculateNumbers(a, b, Plus);
+}
+
+Json::Value ExtraJValue::ToValue(const Number& n) {
+    return ToJson(n);
+}
 
 ExtraJValue::Number ExtraJValue::Number::Of(const Json::Value& v) {
     return FromJson(v);
@@ -89,6 +108,15 @@ ExtraJValue::Sum::Sum(const Json::Value& start) {
 void ExtraJValue::Sum::AddProduct(const Number& a, const Number& b) {
     const Number product = CalculateNumbers(a, b, Times);
     const Number sum = CalculateNumbers(Number{kind_, value_}, product, Plus);
+    kind_ = sum.kind;
+    value_ = sum.value;
+}
+
+void ExtraJValue::Sum::AddProducts(const Number* a, const Number* b, size_t n) {
+    Number sum{kind_, value_};
+    for (size_t k = 0; k < n; ++k) {
+        sum = CalculateNumbers(sum, CalculateNumbers(a[k], b[k], Times), Plus);
+    }
     kind_ = sum.kind;
     value_ = sum.value;
 }
@@ -139,14 +167,22 @@ Json::Value ExtraJValue::operator/(const ExtraJValue& other) const {
 }
 
 bool ExtraJValue::operator<(const ExtraJValue& other) const {
-    if (value_.type() == other.value_.type() || !IsNumeric(value_) || !IsNumeric(other.value_)) {
-        return value_ < other.value_;
+    return Less(value_, other.value_);
+}
+
+bool ExtraJValue::Less(const Json::Value& a, const Json::Value& b) {
+    if (a.type() == b.type() || !IsNumeric(a) || !IsNumeric(b)) {
+        return a < b;
     }
-    Json::Value d = *this - other;
-    if (d.type() == Json::realValue) {
-        return d.asDouble() < 0;
+    return LessAcrossKinds(FromJson(a), FromJson(b));
+}
+
+bool ExtraJValue::LessAcrossKinds(const Number& a, const Number& b) {
+    const Number d = CalculateNumbers(a, b, Minus);
+    if (d.kind == Json::realValue) {
+        return d.value < 0;
     }
-    return d.type() == Json::intValue && d.asInt64() < 0;
+    return d.kind == Json::intValue && static_cast<Json::Int64>(d.value) < 0;
 }
 
 bool ExtraJValue::operator==(const ExtraJValue& other) const {

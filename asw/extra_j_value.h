@@ -17,6 +17,7 @@
 
 #include <json/json.h>
 
+#include <cstddef>
 #include <functional>
 
 class ExtraJValue {
@@ -41,6 +42,8 @@ public:
     // operands (for loops over whole tables).
     static Json::Value Add(const Json::Value& a, const Json::Value& b);
     static Json::Value Multiply(const Json::Value& a, const Json::Value& b);
+    // ExtraJValue(a) < ExtraJValue(b), without copying the operands (for searches on axes).
+    static bool Less(const Json::Value& a, const Json::Value& b);
 
     // A JSON value reduced to what the rules look at: its kind (nullValue for anything that
     // is not numeric) and its value as asDouble() gives it. Lets a caller read a table once
@@ -50,14 +53,28 @@ public:
         double value;
         static Number Of(const Json::Value& v);
     };
+    // The < rule for two numeric operands of different kinds, given as Numbers: the sign of
+    // a - b.
+    static bool LessAcrossKinds(const Number& a, const Number& b);
+    // Number::Of(ExtraJValue(a) + ExtraJValue(b)) for operands given as Numbers; null when
+    // either is (an operand that is not numeric).
+    static Number AddNumbers(const Number& a, const Number& b);
+    // The JSON value a Number stands for (null for kind nullValue); Number::Of gives it back
+    // for every result of these rules.
+    static Json::Value ToValue(const Number& n);
 
     // A running sum of products: each step is sum = sum + a * b with the rules above, the sum
     // kept as a plain number between steps (the inner loop of a table product).
     class Sum {
     public:
         explicit Sum(const Json::Value& start);
+        explicit Sum(const Number& start) : kind_(start.kind), value_(start.value) {}
         void AddProduct(const Number& a, const Number& b);
+        // AddProduct(a[k], b[k]) for k = 0 .. n - 1, in that order.
+        void AddProducts(const Number* a, const Number* b, size_t n);
         Json::Value Value() const;
+        // The sum as a plain number: Number::Of(Value()) without building the JSON value.
+        Number Result() const { return Number{kind_, value_}; }
 
     private:
         Json::ValueType kind_;  // nullValue once an operand was not numeric

@@ -1,6 +1,7 @@
 #include "core/soh_estimator.h"
 
 #include <thread>
+#include <utility>
 
 #include "core/soh_configure.h"
 #include "core/soh_enviroment.h"
@@ -100,14 +101,14 @@ void SOHEstimator::NotifyOne(const std::string& protectorName, double value) {
     p->Update(this);  // the protector reads the demand back through GetLimitValue
 }
 
-void SOHEstimator::NotifyStrategy(const std::string& protectorName, const SohStrategy& strategy) {
+void SOHEstimator::NotifyStrategy(const std::string& protectorName, SohStrategy strategy) {
     SOHProtector* p = nullptr;
     {
         std::lock_guard<std::mutex> lock(demandLock_);
         p = FindProtector(protectorName);
     }
     if (p != nullptr) {
-        p->UpdateStrategy(name_, strategy);
+        p->UpdateStrategy(name_, std::move(strategy));
     }
 }
 
@@ -123,7 +124,7 @@ void SOHEstimator::NotifySocStrategy(const SocStrategy& s) {
         table["Force"] = 1.0;
     }
     table["Enable"] = (s.HighSoc == 100) ? 0.0 : 1.0;
-    NotifyStrategy("SocLimitator", table);
+    NotifyStrategy("SocLimitator", std::move(table));
 }
 
 void SOHEstimator::NotifySocStrategy(uint32_t type, uint32_t highSoc, uint32_t lowSoc, bool force) {

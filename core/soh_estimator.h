@@ -66,7 +66,7 @@ public:
     // Demands `value` from the registered protector named `protectorName` and lets it update;
     // nothing happens when this estimator has no such protector.
     void NotifyOne(const std::string& protectorName, double value);
-    void NotifyStrategy(const std::string& protectorName, const SohStrategy& strategy);
+    void NotifyStrategy(const std::string& protectorName, SohStrategy strategy);
     void NotifySocStrategy(const SocStrategy& strategy);
     void NotifySocStrategy(uint32_t type, uint32_t highSoc, uint32_t lowSoc, bool force);
 

@@ -26,6 +26,12 @@ unsigned ToUnsigned(double value) {
     return static_cast<unsigned>(value);
 }
 
+// The value of `key` in a table; a key the table lacks reads as 0.
+double ValueIn(const SohStrategy& strategy, const std::string& key) {
+    auto v = strategy.find(key);
+    return v == strategy.end() ? 0.0 : v->second;
+}
+
 // Same set of keys, and every stored value within `same` of the new one.
 bool SameStrategy(const SohStrategy& stored, const SohStrategy& next, double same) {
     if (stored.size() != next.size()) {
@@ -42,7 +48,7 @@ bool SameStrategy(const SohStrategy& stored, const SohStrategy& next, double sam
 
 }  // namespace
 
-bool SocLimitator::CheckStrategy(SohStrategy strategy) {
+bool SocLimitator::CheckStrategy(const SohStrategy& strategy) {
     for (const char* key : {"Type", "HighSoc", "LowSoc", "Enable"}) {
         if (strategy.find(key) == strategy.end()) {
             return false;
@@ -76,11 +82,13 @@ void SocLimitator::UpdateStrategy(const std::string& estimator, SohStrategy stra
 }
 
 std::string SocLimitator::SelectStrategy() const {
+    static const std::string* const kHighSoc = new std::string("HighSoc");  // never destroyed
+    static const std::string* const kEnable = new std::string("Enable");
     double best = 100.0;
     std::string winner;
     for (const auto& entry : strategies_) {
-        const double high = Value(entry.first, "HighSoc");
-        if (Value(entry.first, "Enable") != 0 && high < best) {
+        const double high = ValueIn(entry.second, *kHighSoc);
+        if (ValueIn(entry.second, *kEnable) != 0 && high < best) {
             best = high;
             winner = entry.first;
         }
@@ -141,11 +149,7 @@ void SocLimitator::WriteControl(const std::string& winner) {
 
 double SocLimitator::Value(const std::string& estimator, const std::string& key) const {
     auto s = strategies_.find(estimator);
-    if (s == strategies_.end()) {
-        return 0.0;
-    }
-    auto v = s->second.find(key);
-    return v == s->second.end() ? 0.0 : v->second;
+    return s == strategies_.end() ? 0.0 : ValueIn(s->second, key);
 }
 
 unsigned SocLimitator::UnsignedValue(const std::string& estimator, const std::string& key) const {

@@ -31,7 +31,7 @@ public:
 
     // True when `strategy` holds "Type", "HighSoc", "LowSoc" and "Enable". The signs may be
     // missing: a key that a stored table lacks reads as 0 wherever it is used.
-    static bool CheckStrategy(SohStrategy strategy);
+    static bool CheckStrategy(const SohStrategy& strategy);
 
 protected:
     // Copies the stored tables into the snapshot; its winner is the estimator sent last.

@@ -1,5 +1,6 @@
 // Host root: device paths are placed under $QUEN_ROOT.
 #include <stdlib.h>
+#include <string.h>
 
 #include "platform/host/vclock_client.h"
 #include "platform/soh_root.h"
@@ -11,11 +12,15 @@ std::string RootPath(const std::string& devicePath) {
     if (root == nullptr || root[0] == '\0' || devicePath.empty() || devicePath[0] != '/') {
         return devicePath;
     }
-    std::string out(root);
-    while (!out.empty() && out.back() == '/') {
-        out.pop_back();
+    size_t rootLength = strlen(root);
+    while (rootLength > 0 && root[rootLength - 1] == '/') {
+        --rootLength;  // the device path brings its own leading slash
     }
-    return out + devicePath;
+    std::string out;
+    out.reserve(rootLength + devicePath.size());
+    out.append(root, rootLength);
+    out.append(devicePath);
+    return out;
 }
 
 void Wrote(const std::string&) {

@@ -215,6 +215,7 @@ TEST(AswTableTest, ProductSeesEveryChangeOfTheCells) {
     AswTable left = copy;
     left(U(3801), U(26)) = U(0);
     EXPECT_EQ(left * rates, U(8));
+    EXPECT_EQ(rates * copy, U(68));  // a copy's cells are its own
 }
 
 TEST(AswCommonTest, DeviceReadSentinelsAndStubMap) {
@@ -377,4 +378,28 @@ TEST_F(AswDataObjectTest, MergeKeepsExtremesAndSimAndAddsCounters) {
     copy.Update(4000, 30, false, false, false, AswTable(kVbat, kTemp));
     EXPECT_EQ(copy["Tstat"], U(4294967295u));
     EXPECT_EQ(copy["Tend"], U(kStart));
+}
+
+// The counters of the last update reach whatever reads the data next: the data itself, a copy
+// and a merge, with no derived quantity read in between; a counter that is text stays text
+// until a step adds to it, which makes it null, and the next step restarts it at 0.
+TEST_F(AswDataObjectTest, LastUpdateReachesDataCopiesAndMerges) {
+    AswDataObject o = Make(R"({"Tusb_in": "x", "Taction": "y"})");
+    Step(o, 0, false);
+    Step(o, 10, true);
+    EXPECT_EQ(o.GetData()["Tstat"], U(10));
+    EXPECT_EQ(o.GetData()["Tend"], U(kStart + 10));
+    EXPECT_TRUE(o.GetData()["Tusb_in"].isNull());
+    EXPECT_EQ(o.GetData()["Taction"], Json::Value("y"));
+    Step(o, 20, true);
+    AswDataObject copy(o);
+    EXPECT_EQ(copy["Tstat"], U(30));
+    EXPECT_EQ(copy["Tusb_in"], U(20));
+    Step(o, 5, false);
+    AswDataObject merged = Make(R"({"Tstat": 1})");
+    merged += o;
+    EXPECT_EQ(merged["Tstat"], U(36));
+    EXPECT_EQ(merged["Tusb_out"], U(5));
+    EXPECT_EQ(merged["Taction"], Json::Value("y"));
+    EXPECT_EQ(o["Tend"], U(kStart + 35));
 }

@@ -5,10 +5,11 @@
 // from offset 0).
 //
 // Only nodes under "/sys/" opened read-only are kept, at most kCapacity per thread (the least
-// recently used one is closed to make room). A kept descriptor is checked before it is handed
-// out: a file that no longer has a name (unlinked, or replaced by a rename, as a test or the
-// host's fake device tree may do) is closed and opened again, so the caller always reads what
-// the path names now. A caller that sees a read fail drops the descriptor with Drop().
+// recently used one is closed to make room). Where node files may be replaced
+// (SohRoot::NodesStayInPlace false: the host's fake device trees) a kept descriptor is checked
+// before it is handed out: a file that no longer has a name (unlinked, or replaced by a rename)
+// is closed and opened again, so the caller always reads what the path names now. A caller that
+// sees a read fail drops the descriptor with Drop().
 //
 // Ownership: the cache owns the descriptors; callers borrow one until their next call into
 // this namespace on the same thread. Threads: every thread has its own cache; no locks.

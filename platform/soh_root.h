@@ -19,4 +19,10 @@ std::string RootPath(const std::string& devicePath);
 // thread goes on, so that two writes to one node in a row are both seen, as a kernel sees them.
 void Wrote(const std::string& devicePath);
 
+// True when a kernel node's file, once opened, stays the file its path names: no one unlinks a
+// node or renames another file over it. Device build: true (sysfs; a node whose device goes
+// away fails its reads instead). Host build: true under the simulator's virtual clock, whose
+// kernel writes every node in place; otherwise false (tests replace node files freely).
+bool NodesStayInPlace();
+
 }  // namespace SohRoot

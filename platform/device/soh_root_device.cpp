@@ -9,4 +9,8 @@ std::string RootPath(const std::string& devicePath) {
 
 void Wrote(const std::string&) {}
 
+bool NodesStayInPlace() {
+    return true;
+}
+
 }  // namespace SohRoot

@@ -23,6 +23,10 @@ std::string RootPath(const std::string& devicePath) {
     return out;
 }
 
+bool NodesStayInPlace() {
+    return VClockClient::On();
+}
+
 void Wrote(const std::string&) {
     if (VClockClient::On() && VClockClient::Participant()) {
         VClockClient::HandOver();

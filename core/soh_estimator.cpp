@@ -113,17 +113,22 @@ void SOHEstimator::NotifyStrategy(const std::string& protectorName, SohStrategy 
 }
 
 void SOHEstimator::NotifySocStrategy(const SocStrategy& s) {
+    // Keys are appended in the map's own (byte-wise) order, so each insertion lands at the end
+    // without searching the tree: this runs on every pass of every estimator.
     SohStrategy table;
-    table["Type"] = static_cast<double>(s.Type);
-    table["HighSoc"] = static_cast<double>(s.HighSoc);
-    table["LowSoc"] = static_cast<double>(s.LowSoc);
-    table["SmartChgSign"] = static_cast<double>(s.SmartChgSign);
-    table["ShutDownSign"] = static_cast<double>(s.ShutDownSign);
-    table["Iin"] = 0.0;
+    auto put = [&table](const char* key, double value) {
+        table.emplace_hint(table.end(), key, value);
+    };
+    put("Enable", (s.HighSoc == 100) ? 0.0 : 1.0);
     if (s.Force) {
-        table["Force"] = 1.0;
+        put("Force", 1.0);
     }
-    table["Enable"] = (s.HighSoc == 100) ? 0.0 : 1.0;
+    put("HighSoc", static_cast<double>(s.HighSoc));
+    put("Iin", 0.0);
+    put("LowSoc", static_cast<double>(s.LowSoc));
+    put("ShutDownSign", static_cast<double>(s.ShutDownSign));
+    put("SmartChgSign", static_cast<double>(s.SmartChgSign));
+    put("Type", static_cast<double>(s.Type));
     NotifyStrategy("SocLimitator", std::move(table));
 }
 

@@ -37,9 +37,10 @@ bool SameStrategy(const SohStrategy& stored, const SohStrategy& next, double sam
     if (stored.size() != next.size()) {
         return false;
     }
-    for (const auto& entry : stored) {
-        auto it = next.find(entry.first);
-        if (it == next.end() || !(std::fabs(it->second - entry.second) <= same)) {
+    // Both tables are ordered by key: with equal sizes they hold the same keys exactly when
+    // their keys match pairwise, so one walk over both replaces a lookup per key.
+    for (auto s = stored.begin(), n = next.begin(); s != stored.end(); ++s, ++n) {
+        if (s->first != n->first || !(std::fabs(n->second - s->second) <= same)) {
             return false;
         }
     }
@@ -62,7 +63,7 @@ void SocLimitator::UpdateStrategy(const std::string& estimator, SohStrategy stra
         return;  // incomplete tables are dropped without a word
     }
     std::lock_guard<std::mutex> lock(lock_);
-    if (strategy["Force"] > 0) {  // the stored table always carries "Force"
+    if (strategy.try_emplace("Force", 0.0).first->second > 0) {  // stored tables carry "Force"
         releaseArmed_ = true;
     }
     SohStrategy& stored = strategies_[estimator];

@@ -1,5 +1,9 @@
 #include "core/device_stream.h"
 
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+
 #include "core/node_handles.h"
 #include "core/soh_fault_gate.h"
 #include "platform/soh_root.h"
@@ -136,6 +140,81 @@ std::istringstream& DeviceReader::TextStream(const char* text) {
     in.clear();
     in.str(text);
     return in;
+}
+
+namespace {
+
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+// Up to 9 decimal digits (never overflowing 32 bits) at text; the count of digits, 0 when
+// there are none or more than 9.
+int PlainDigits(const char* text, uint32_t& value) {
+    int n = 0;
+    uint32_t v = 0;
+    for (; IsDigit(text[n]); ++n) {
+        if (n == 9) {
+            return 0;
+        }
+        v = v * 10 + static_cast<uint32_t>(text[n] - '0');
+    }
+    value = v;
+    return n;
+}
+
+}  // namespace
+
+bool DeviceReader::ParsePlain(const char* text, unsigned& value) {
+    uint32_t v = 0;
+    if (PlainDigits(text, v) == 0) {
+        return false;
+    }
+    value = v;
+    return true;
+}
+
+bool DeviceReader::ParsePlain(const char* text, int& value) {
+    const bool negative = text[0] == '-';
+    uint32_t v = 0;
+    if (PlainDigits(text + (negative ? 1 : 0), v) == 0) {
+        return false;
+    }
+    value = negative ? -static_cast<int>(v) : static_cast<int>(v);
+    return true;
+}
+
+bool DeviceReader::ParsePlain(const char* text, float& value) {
+    // The stream collects "[-]digits[.digits]" and converts it with strtof; the same text is
+    // handed to strtof here.
+    char number[32];
+    size_t n = 0;
+    size_t i = 0;
+    if (text[i] == '-') {
+        number[n++] = text[i++];
+    }
+    if (!IsDigit(text[i])) {
+        return false;
+    }
+    bool point = false;
+    for (; IsDigit(text[i]) || (text[i] == '.' && !point); ++i) {
+        if (n + 1 == sizeof(number)) {
+            return false;
+        }
+        point = point || text[i] == '.';
+        number[n++] = text[i];
+    }
+    if (text[i] == 'e' || text[i] == 'E') {
+        return false;
+    }
+    number[n] = '\0';
+    char* end = nullptr;
+    const float v = strtof(number, &end);
+    if (end != number + n || !std::isfinite(v)) {
+        return false;
+    }
+    value = v;
+    return true;
 }
 
 int DeviceReader::ReadRawStr(char* buf, unsigned len) {

@@ -96,9 +96,8 @@ public:
         if (ReadRawStr(buf, sizeof(buf)) != 0) {
             return -1;
         }
-        std::istringstream& in = TextStream(buf);
         T parsed{};
-        if (in >> parsed) {
+        if (ParsePlain(buf, parsed) || (TextStream(buf) >> parsed)) {
             value = parsed;
         }
         return 0;
@@ -110,6 +109,17 @@ private:
     // A stream over `text`: one per thread, cleared and reused, because setting up a stream and
     // its locale costs more than the parse itself.
     static std::istringstream& TextStream(const char* text);
+    // The usual node text ("1234", "-56", "3.75", then anything but an exponent) parsed without
+    // a stream, to the value stream extraction gives. False, with value untouched, for any
+    // other text (blanks first, "+", exponents, long or out-of-range numbers): the stream
+    // decides those.
+    static bool ParsePlain(const char* text, int& value);
+    static bool ParsePlain(const char* text, unsigned& value);
+    static bool ParsePlain(const char* text, float& value);
+    template <typename T>
+    static bool ParsePlain(const char*, T&) {
+        return false;
+    }
 };
 
 // Opens with O_TRUNC, as a shell's `echo >` does: sysfs ignores the truncation, and a plain file

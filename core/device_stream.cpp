@@ -26,11 +26,7 @@ bool DeviceStream::IsOpen() {
     }
     int fd = open(SohRoot::RootPath(path_).c_str(), flags_ | O_CLOEXEC);
     if (fd < 0) {
-        const int err = errno;
-        uint64_t count = 0;
-        if (SohFaultGate::Fail(path_, &count)) {
-            LogFailure(Op::kOpen, path_.c_str(), -1, err, count);
-        }
+        Failed(Op::kOpen, -1);
         return false;
     }
     fd_ = fd;
@@ -43,11 +39,7 @@ int DeviceStream::ReadFd() {
     }
     const int fd = NodeHandles::Get(path_);
     if (fd < 0) {
-        const int err = errno;
-        uint64_t count = 0;
-        if (SohFaultGate::Fail(path_, &count)) {
-            LogFailure(Op::kOpen, path_.c_str(), -1, err, count);
-        }
+        Failed(Op::kOpen, -1);
     }
     return fd;
 }

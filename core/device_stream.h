@@ -41,7 +41,7 @@ protected:
     // Failure lines of one path are damped while the failure repeats (1st, 2nd, 4th, ...
     // failure in a row; core/soh_fault_gate.h); the first success after a run logs once.
     enum class Op { kOpen, kRead, kWrite };
-    void Failed(Op op, ssize_t n);  // n: what read(2)/write(2) returned; errno is kept
+    void Failed(Op op, ssize_t n);  // n: what open/read/write returned; errno is kept
     void Succeeded();
     static void LogFailure(Op op, const char* path, int len, int err, uint64_t count);
 

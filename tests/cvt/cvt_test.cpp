@@ -115,6 +115,12 @@ protected:
         }
         WaitAsleepOrDone();
     }
+    // Joins the body that has ended and stops watching its reads, for the next Run.
+    void Finish() {
+        runner_.join();
+        close(watch_);
+        watch_ = -1;
+    }
     void WaitAsleepOrDone() {
         for (int i = 0; i < 10000 && SohClockTest::Sleepers() == 0 && !done_; ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -452,9 +458,7 @@ TEST_F(CvtSamplingTest, InputsThatStayUnreadableEndTheMeasurement) {
         EXPECT_FALSE(done_);  // the count started again at the readable sample
         Step();
         EXPECT_TRUE(done_);
-        runner_.join();
-        close(watch_);
-        watch_ = -1;
+        Finish();
     }
     EXPECT_EQ(dev.CountLog("cvt: charger or battery unreadable for 60 samples, measurement "
                            "abandoned\n"),
@@ -492,9 +496,7 @@ TEST_F(CvtSamplingTest, ChargeThatStopsShortOfTheEndIsAbandoned) {
         EXPECT_FALSE(done_);
         Step();
         EXPECT_TRUE(done_);
-        runner_.join();
-        close(watch_);
-        watch_ = -1;
+        Finish();
     }
     EXPECT_EQ(dev.CountLogContaining("before the end; measurement abandoned"), 2);
     EXPECT_TRUE(
